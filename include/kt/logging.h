@@ -315,7 +315,8 @@ private:
 /*
  * Fields in order: the handlers (in the order added), the filter (null
  * when none) and the threshold. The logger owns its handlers and destroys
- * those still in its list when it is destroyed; it never owns the filter.
+ * those still in its list when it is destroyed (each once, even if listed
+ * twice); it never owns the filter.
  * A logger built by a caller starts with no handlers, no filter and
  * threshold All.
  */
@@ -335,9 +336,9 @@ public:
      */
     static Logger& getLogger(const char* name);
 
-    /* Appends `handler` (null is ignored); the logger takes ownership. Adding
-       the same handler twice makes two entries: remove it before the logger
-       dies, or it is destroyed twice. */
+    /* Appends `handler` (null is ignored); the logger takes ownership.
+       Adding the same handler twice makes two entries, and it is published
+       to twice. May throw std::bad_alloc (the caller then keeps it). */
     void addHandler(Handler* handler);
     /* Removes every entry equal to `handler`; it is not destroyed and
        belongs to the caller again. */
@@ -382,14 +383,20 @@ KT_API void reports(const char* text, const Level& level);
  * Formats into a 1024-byte buffer with ktVSNprintf (kt/output.h) and
  * reports the buffer: text longer than 1023 bytes is reported cut, as
  * ktVSNprintf leaves it; if ktVSNprintf returns -1 nothing is reported.
+ * A null format throws std::logic_error and reports nothing.
  */
-KT_API void vreportsf(Logger& logger, const Level& level, const char* format, va_list args);
-KT_API void vreportsf(const Level& level, const char* format, va_list args);
-KT_API void reportsf(Logger& logger, const Level& level, const char* format, ...);
-KT_API void reportsf(const Level& level, const char* format, ...);
+KT_API void vreportsf(Logger& logger, const Level& level, const char* format, va_list args)
+    __attribute__((format(printf, 3, 0)));
+KT_API void vreportsf(const Level& level, const char* format, va_list args)
+    __attribute__((format(printf, 2, 0)));
+KT_API void reportsf(Logger& logger, const Level& level, const char* format, ...)
+    __attribute__((format(printf, 3, 4)));
+KT_API void reportsf(const Level& level, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
 /* At level Warning (127). */
-KT_API void reportsf(Logger& logger, const char* format, ...);
-KT_API void reportsf(const char* format, ...);
+KT_API void reportsf(Logger& logger, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
+KT_API void reportsf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /* ---- Process information ------------------------------------------------- */
 
