@@ -61,7 +61,8 @@ class Handler;
  */
 class KT_API Level {
 public:
-    enum Enum { All = 0, Info = 64, Warning = 127, Severe = 192, Off = 255 };
+    /* Fixed to int so that every 32-bit value is a valid level. */
+    enum Enum : int { All = 0, Info = 64, Warning = 127, Severe = 192, Off = 255 };
 
     /* Any 32-bit value may be cast to Enum; unlisted values are legal and
        get the name "Unknown log level". */
