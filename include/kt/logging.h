@@ -44,6 +44,7 @@
 #include <list>
 #include <string>
 
+#include "kt/errors.h"
 #include "kt/export.h"
 
 namespace Quivera {
@@ -167,6 +168,137 @@ public:
 
 private:
     std::ostream& stream_;
+};
+
+/* ---- Exception classes -------------------------------------------------- */
+
+/*
+ * SimpleException: an exception that carries an identifier and a UTF-16
+ * message set by the thrower. Caught as IUserException or std::exception;
+ * what() is the message in UTF-8 (unpaired surrogates become U+FFFD).
+ * clone returns a heap copy the caller deletes; rethrow throws a copy as
+ * SimpleException. Copying may throw std::bad_alloc.
+ */
+class KT_API SimpleException
+    : public bedrock::core::except::Exception<bedrock::core::except::IUserException,
+                                              std::exception> {
+public:
+    SimpleException();
+    SimpleException(const std::string& id, const cx::ustring& message);
+    SimpleException(const SimpleException& other);
+    SimpleException& operator=(const SimpleException& other);
+    ~SimpleException() override;
+
+    SimpleException* clone() const override;
+    void rethrow() const override;
+    const char* what() const noexcept override;
+    std::string GetID() const override;
+    cx::ustring GetUnicodeMessageTxt() const override;
+
+    void SetID(const std::string& id);
+    void SetMessageTxt(const cx::ustring& message);
+
+private:
+    std::string id_;
+    cx::ustring message_;
+    std::string what_;  /* message_ in UTF-8, kept for what() */
+};
+
+/*
+ * The deprecated exception classes. Each is a message object
+ * (Externalizable, so it can be reported through a logger) whose text is
+ * the message it was built with: writeLocalizedMsg and writeExternal write
+ * exactly that text (no newline added); what() returns it. New code throws
+ * the bedrock::core::except interfaces instead.
+ *
+ *   Throwable_DEPRECATED            the root; not an IException
+ *   InternalException_DEPRECATED    also an IInternalException
+ *   UserException_DEPRECATED        also an IUserException
+ *   UserErrorException_DEPRECATED   a UserException_DEPRECATED
+ *   ktErrorException_DEPRECATED     a UserException_DEPRECATED carrying the
+ *                                   message code and identifier of an error
+ *                                   raised through an error context
+ *
+ * clone returns a heap copy of the dynamic type (the caller deletes it);
+ * rethrow throws a copy as the dynamic type. Copying may throw
+ * std::bad_alloc.
+ */
+class KT_API Throwable_DEPRECATED : public Externalizable {
+public:
+    Throwable_DEPRECATED();
+    explicit Throwable_DEPRECATED(const std::string& message);
+    Throwable_DEPRECATED(const Throwable_DEPRECATED& other);
+    Throwable_DEPRECATED& operator=(const Throwable_DEPRECATED& other);
+    ~Throwable_DEPRECATED() override;
+
+    void writeExternal(ObjectOutput& out) const override;
+    virtual void writeLocalizedMsg(ObjectOutputStream& out) const;
+    virtual Throwable_DEPRECATED* clone() const;
+    virtual void rethrow() const;
+    virtual const char* what() const noexcept;
+
+protected:
+    std::string message_;
+};
+
+class KT_API InternalException_DEPRECATED
+    : public Throwable_DEPRECATED, public bedrock::core::except::IInternalException {
+public:
+    InternalException_DEPRECATED();
+    explicit InternalException_DEPRECATED(const std::string& message);
+    InternalException_DEPRECATED(const InternalException_DEPRECATED& other);
+    ~InternalException_DEPRECATED() override;
+
+    void writeLocalizedMsg(ObjectOutputStream& out) const override;
+    InternalException_DEPRECATED* clone() const override;
+    void rethrow() const override;
+    const char* what() const noexcept override;
+};
+
+class KT_API UserException_DEPRECATED
+    : public Throwable_DEPRECATED, public bedrock::core::except::IUserException {
+public:
+    UserException_DEPRECATED();
+    explicit UserException_DEPRECATED(const std::string& message);
+    UserException_DEPRECATED(const UserException_DEPRECATED& other);
+    ~UserException_DEPRECATED() override;
+
+    void writeLocalizedMsg(ObjectOutputStream& out) const override;
+    UserException_DEPRECATED* clone() const override;
+    void rethrow() const override;
+    const char* what() const noexcept override;
+};
+
+class KT_API UserErrorException_DEPRECATED : public UserException_DEPRECATED {
+public:
+    UserErrorException_DEPRECATED();
+    explicit UserErrorException_DEPRECATED(const std::string& message);
+    UserErrorException_DEPRECATED(const UserErrorException_DEPRECATED& other);
+    ~UserErrorException_DEPRECATED() override;
+
+    void writeLocalizedMsg(ObjectOutputStream& out) const override;
+    UserErrorException_DEPRECATED* clone() const override;
+    void rethrow() const override;
+};
+
+/* GetID returns the identifier ("ZENTRA:" plus the mnemonic); getCode the
+   message code (module in the upper 16 bits). */
+class KT_API ktErrorException_DEPRECATED : public UserException_DEPRECATED {
+public:
+    ktErrorException_DEPRECATED();
+    ktErrorException_DEPRECATED(int code, const std::string& id, const std::string& message);
+    ktErrorException_DEPRECATED(const ktErrorException_DEPRECATED& other);
+    ~ktErrorException_DEPRECATED() override;
+
+    void writeLocalizedMsg(ObjectOutputStream& out) const override;
+    ktErrorException_DEPRECATED* clone() const override;
+    void rethrow() const override;
+    std::string GetID() const override;
+    int getCode() const;
+
+private:
+    int code_;
+    std::string id_;
 };
 
 /* ---- Filters and formatters ---------------------------------------------- */
