@@ -564,6 +564,24 @@ TEST(Reports, LongFormattedTextIsCutToBuffer)
     EXPECT_EQ(seen[1], "Severe:\n" + exact);
 }
 
+// When the C formatter fails (a wide character the "C" locale cannot
+// encode), ktVSNprintf returns -1 and nothing at all is reported.
+TEST(Reports, NothingReportedWhenFormattingFails)
+{
+    char probe[16];
+    int expected = std::snprintf(probe, sizeof probe, "%ls", L"\u00e9");
+    std::vector<std::string> seen;
+    Logger logger;
+    logger.addHandler(new CountingHandler(&seen));
+    reportsf(logger, Level(Level::Severe), "%ls", L"\u00e9");
+    if (expected == -1)
+        EXPECT_TRUE(seen.empty());
+    else
+        EXPECT_EQ(seen.size(), 1u);
+    reportsf(logger, Level(Level::Severe), "%s", "ok");
+    EXPECT_EQ(seen.back(), "Severe:\nok");
+}
+
 TEST(ProcessInfo, IdAndExecutableNameStub)
 {
     EXPECT_EQ(CurrentProcessId(), static_cast<int>(getpid()));
