@@ -29,9 +29,10 @@
  * no lock either; terminal output is serialised only as far as the console
  * output hook (kt/output.h) serialises it. Nothing here is async-signal-safe.
  *
- * The header also carries the process information used by the
- * process-ending reports: CurrentProcessId, CurrentExecutableName and
- * DebuggerOutputString.
+ * The header also carries SimpleException and the deprecated exception
+ * classes (Throwable_DEPRECATED and its family), which are message objects
+ * too, and the process information used by the process-ending reports:
+ * CurrentProcessId, CurrentExecutableName and DebuggerOutputString.
  */
 #ifndef KT_LOGGING_H
 #define KT_LOGGING_H
