@@ -293,6 +293,21 @@ struct Emitter {
   }
 };
 
+// What "%d" (or "%u") prints for `v`, without going through snprintf.
+void PlainDecimal(char* slot, long long v) {
+  char digits[24];
+  int n = 0;
+  unsigned long long u = v < 0 ? 0ULL - static_cast<unsigned long long>(v)
+                                : static_cast<unsigned long long>(v);
+  do {
+    digits[n++] = static_cast<char>('0' + u % 10);
+    u /= 10;
+  } while (u != 0);
+  if (v < 0) *slot++ = '-';
+  while (n > 0) *slot++ = digits[--n];
+  *slot = '\0';
+}
+
 // Formats the argument of one numeric or character conversion `spec`
 // (such as "%-8.3lf") into `slot`, consuming it (and any '*' widths) from
 // `args`.
@@ -315,6 +330,13 @@ void FormatHole(char* slot, const char* spec, char letter, va_list* args) {
    : starCount == 1 ? std::snprintf(slot, kHoleTextSize, spec, stars[0], value)     \
                     : std::snprintf(slot, kHoleTextSize, spec, stars[0], stars[1], value))
   slot[0] = '\0';
+  if (spec[2] == '\0' && (letter == 'd' || letter == 'i' || letter == 'u')) {
+    // The plain forms are by far the most common holes: convert directly.
+    long long v = letter == 'u' ? static_cast<long long>(va_arg(*args, unsigned))
+                                : static_cast<long long>(va_arg(*args, int));
+    PlainDecimal(slot, v);
+    return;
+  }
   if (letter == 'n') {
     // A count conversion writes nothing into a message; its pointer is
     // consumed and left untouched.
@@ -347,7 +369,8 @@ void FormatHole(char* slot, const char* spec, char letter, va_list* args) {
 // Step 1 of printing: walks the English conversions in order and records
 // each hole, consuming the arguments.
 void CollectHoles(const char* english, va_list* args, Hole* holes, char* holeText) {
-  std::string spec;
+  char shortSpec[32];
+  std::string longSpec;
   int h = 0;
   for (long i = 0; english[i] != '\0'; ++i) {
     if (english[i] != '%') continue;
@@ -360,8 +383,16 @@ void CollectHoles(const char* english, va_list* args, Hole* holes, char* holeTex
       holes[h++] = {kCallback, nullptr, va_arg(*args, const kt_percent_u_argument*)};
     } else if (letter != '%') {
       char* slot = holeText + static_cast<size_t>(h) * kHoleTextSize;
-      spec.assign(english + i, static_cast<size_t>(end - i + 1));
-      FormatHole(slot, spec.c_str(), letter, args);
+      size_t length = static_cast<size_t>(end - i + 1);
+      const char* spec = shortSpec;
+      if (length < sizeof shortSpec) {
+        std::memcpy(shortSpec, english + i, length);
+        shortSpec[length] = '\0';
+      } else {
+        longSpec.assign(english + i, length);
+        spec = longSpec.c_str();
+      }
+      FormatHole(slot, spec, letter, args);
       holes[h++] = {kFormatted, slot, nullptr};
     }
     i = end;
@@ -682,7 +713,7 @@ int kt_vprintm(kt_message_context* context, kt_putsn_function putsn, void* data,
   Located at;
   if (!Locate(context, code, &at)) return PrintBadCode(context, putsn, data, code);
   const char* english = EnglishText(context, at);
-  int holeCount = CountHoles(english);
+  int holeCount = context->modules[at.module].holes;  // most of any text of the module
   // Most messages have a handful of holes: keep them on the stack.
   constexpr int kStackHoles = 8;
   Hole stackHoles[kStackHoles];

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <unicode/ustring.h>
 #include <string>
 
 #include "internal/message_catalog.h"
@@ -81,6 +82,38 @@ TEST(LocaleCodecvt, Utf8Validity) {
   EXPECT_FALSE(cx::i18n::is_valid_utf8("\xE9", 1));
   EXPECT_FALSE(cx::i18n::is_valid_utf8("\xC3", 1));
   EXPECT_FALSE(cx::i18n::is_valid_utf8("\xED\xA0\x80", 3));  // an encoded surrogate
+}
+
+// The hand-written validator must agree with ICU's u_strFromUTF8 on
+// random byte strings biased towards the tricky lead and trail bytes.
+bool IcuValid(const std::string& s) {
+  int32_t needed = 0;
+  UErrorCode status = U_ZERO_ERROR;
+  u_strFromUTF8(nullptr, 0, &needed, s.data(), static_cast<int32_t>(s.size()), &status);
+  return status != U_INVALID_CHAR_FOUND;
+}
+
+TEST(LocaleCodecvt, WellFormedUtf8AgreesWithIcu) {
+  std::mt19937 rng(11);
+  const unsigned char interesting[] = {0x41, 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xBF, 0xC0,
+                                       0xC1, 0xC2, 0xDF, 0xE0, 0xED, 0xEF, 0xF0, 0xF4, 0xF5, 0xFF};
+  int invalid = 0;
+  for (int round = 0; round < 20000; ++round) {
+    std::string s;
+    size_t n = rng() % 24;
+    for (size_t i = 0; i < n; ++i) {
+      unsigned char b = rng() % 2 ? interesting[rng() % sizeof interesting]
+                                  : static_cast<unsigned char>(1 + rng() % 255);
+      s += static_cast<char>(b);
+    }
+    bool icu = IcuValid(s);
+    invalid += icu ? 0 : 1;
+    EXPECT_EQ(cx::i18n::is_well_formed_utf8(s.data(), s.size()), icu) << round;
+    EXPECT_EQ(cx::i18n::is_valid_utf8(s.data(), s.size()), icu) << round;
+  }
+  EXPECT_GT(invalid, 1000);  // both answers were exercised
+  std::string ascii(1000, 'a');
+  EXPECT_TRUE(cx::i18n::is_well_formed_utf8(ascii.data(), ascii.size()));
 }
 
 TEST(LocaleCodecvt, SystemCodepageIsQueriedOnceAndCanBeReplaced) {
