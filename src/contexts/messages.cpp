@@ -421,8 +421,10 @@ void PrintEnglish(Emitter* out, const char* text, const Hole* holes) {
   out->Write(text + start, std::strlen(text + start));
 }
 
-// Step 2, translation: "%n" prints hole n, "%%" prints "%".
-void PrintTranslation(Emitter* out, const char* text, const Hole* holes) {
+// Step 2, translation: "%n" prints hole n, "%%" prints "%". A number
+// beyond the English holes (possible only when the English table was
+// replaced after the translation was checked) prints nothing.
+void PrintTranslation(Emitter* out, const char* text, const Hole* holes, int holeCount) {
   long start = 0;
   for (long i = 0; text[i] != '\0'; ++i) {
     if (text[i] != '%') continue;
@@ -433,9 +435,11 @@ void PrintTranslation(Emitter* out, const char* text, const Hole* holes) {
       ++i;
     } else {
       long number = 0;
-      for (++i; text[i] >= '0' && text[i] <= '9'; ++i) number = number * 10 + (text[i] - '0');
+      for (++i; text[i] >= '0' && text[i] <= '9'; ++i) {
+        if (number < 100000) number = number * 10 + (text[i] - '0');
+      }
       --i;
-      ok = PrintHole(out, holes[number - 1]);
+      ok = number >= 1 && number <= holeCount ? PrintHole(out, holes[number - 1]) : true;
     }
     if (!ok) return;
     start = i + 1;
@@ -580,6 +584,7 @@ int kt_add_primary_message_table(int* status, kt_message_context* context,
                                  const kt_message_table* table,
                                  kt_reallocate_function reallocate) {
   int module = table->module;
+  *status = 0;
   if (module < 0 || module > kMaxModule || table->count < 0 || table->count > 0xFFFE) {
     *status = KT_WRONG_CODE;
     return CodeOf(module < 0 || module > kMaxModule ? kMaxModule : module, 0xFFFF);
@@ -735,7 +740,7 @@ int kt_vprintm(kt_message_context* context, kt_putsn_function putsn, void* data,
   Emitter out = {putsn, data, 0, false, 0};
   const char* translated = TranslatedText(context, at);
   if (translated != nullptr) {
-    PrintTranslation(&out, translated, holes);
+    PrintTranslation(&out, translated, holes, CountHoles(english));
   } else {
     PrintEnglish(&out, english, holes);
   }

@@ -216,6 +216,22 @@ TEST_F(Messages, TranslationReordersHolesAndLanguageSelection) {
   EXPECT_EQ(Print((4 << 16) | 1, 3, "Anna"), "3 of Anna");
 }
 
+// Regression: a translation checked against a two-hole English text, whose
+// English table was then replaced by one with fewer holes, must not read
+// past the holes of the new text.
+TEST_F(Messages, TranslationOutlivingItsEnglishTableReadsNoStaleHoles) {
+  Table english(4, {"%d and %d"});
+  int status;
+  ASSERT_EQ(Add(english, &status), 0);
+  Language l(4, {"%2 und %1"});
+  ASSERT_EQ(kt_add_language(&status, &mc, "de", &l.table, ktRealloc), 0);
+  ASSERT_EQ(kt_remove_primary_message_table(&status, &mc, &english.table), 0);
+  Table replacement(4, {"just %d"});
+  ASSERT_EQ(Add(replacement, &status), 0);
+  ASSERT_EQ(kt_change_language(&mc, "de"), 0);
+  EXPECT_EQ(Print((4 << 16) | 1, 5), " und 5");
+}
+
 // ---- formatting ----------------------------------------------------------------
 
 TEST_F(Messages, StringHolesAreUncutNumericHolesCutAt63) {
