@@ -62,8 +62,10 @@ int FormatBounded(char* buffer, size_t capacity, const char* format, va_list arg
     buffer[capacity - 1] = '\0';
     if (!fixCutText) return n;
   }
-  size_t length = std::strlen(buffer);
-  if (cx::i18n::is_valid_utf8(buffer, length)) return n;
+  // The check is of the NUL-terminated text. When all `n` bytes are well
+  // formed, so is the text up to any NUL among them: skip the strlen.
+  if (!cut && cx::i18n::is_well_formed_utf8(buffer, static_cast<size_t>(n))) return n;
+  if (cx::i18n::is_valid_utf8(buffer, std::strlen(buffer))) return n;
   int reencoded = ReencodeFromCodepage(buffer, capacity);
   return cut ? n : reencoded;
 }
