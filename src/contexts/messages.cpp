@@ -644,18 +644,17 @@ int kt_add_language(int* status, kt_message_context* context, const char* langua
   const char* name = language ? language : "";
   *status = 0;
   int lang = FindLanguage(context, name);
-  // Everything is checked before the language is appended or any module
-  // stored, so a rejected table leaves the context as it was.
-  int probe = lang >= 0 ? lang : context->languageCount;
-  for (int k = 0; table->modules[k] >= 0; ++k) {
-    int module = table->modules[k];
-    int failed = ValidateLanguageModule(status, context, probe, module, &table->tables[k]);
-    if (failed != 0) return failed;
-  }
   if (lang < 0) lang = AppendLanguage(context, name, reallocate);
   if (lang < 0) {
     *status = KT_NO_MEMORY_FOR_MESSAGE_CONTEXT;
     return -1;
+  }
+  // The language is known from here on, even if its table is refused; the
+  // modules are all checked before any is stored.
+  for (int k = 0; table->modules[k] >= 0; ++k) {
+    int module = table->modules[k];
+    int failed = ValidateLanguageModule(status, context, lang, module, &table->tables[k]);
+    if (failed != 0) return failed;
   }
   for (int k = 0; table->modules[k] >= 0; ++k) {
     int module = table->modules[k];

@@ -177,6 +177,12 @@ TEST_F(Messages, TranslationValidation) {
   EXPECT_EQ(statusOf("%0 %1 %2"), KT_HOLE_NOT_PRESENT);
   EXPECT_EQ(statusOf("%1 %2 %"), KT_ILLEGAL_PER_CENT);
   EXPECT_EQ(statusOf("%1 %x %2"), KT_ILLEGAL_PER_CENT);
+  // A refused table still registers the language name; it shows English.
+  Language refused(4, {"%3"});
+  EXPECT_NE(kt_add_language(&status, &mc, "yy", &refused.table, ktRealloc), 0);
+  EXPECT_EQ(kt_change_language(&mc, "YY"), 0);
+  EXPECT_STREQ(kt_get_message(&mc, (4 << 16) | 1), "%d of %d");
+  kt_change_language(&mc, nullptr);
   Language wrongCount(4, {"%1 %2", "extra"});
   EXPECT_NE(kt_add_language(&status, &mc, "xx", &wrongCount.table, ktRealloc), 0);
   EXPECT_EQ(status, KT_MSG_MODULE_COUNT_MISMATCH);
