@@ -293,6 +293,18 @@ struct Emitter {
   }
 };
 
+// snprintf of one value with the '*' widths that precede it in `spec`.
+template <class T>
+void PrintValue(char* slot, const char* spec, const int* stars, int starCount, T value) {
+  if (starCount == 0) {
+    std::snprintf(slot, kHoleTextSize, spec, value);
+  } else if (starCount == 1) {
+    std::snprintf(slot, kHoleTextSize, spec, stars[0], value);
+  } else {
+    std::snprintf(slot, kHoleTextSize, spec, stars[0], stars[1], value);
+  }
+}
+
 // What "%d" (or "%u") prints for `v`, without going through snprintf.
 void PlainDecimal(char* slot, long long v) {
   char digits[24];
@@ -312,6 +324,13 @@ void PlainDecimal(char* slot, long long v) {
 // (such as "%-8.3lf") into `slot`, consuming it (and any '*' widths) from
 // `args`.
 void FormatHole(char* slot, const char* spec, char letter, va_list* args) {
+  if (spec[2] == '\0' && (letter == 'd' || letter == 'i' || letter == 'u')) {
+    // The plain forms are by far the most common holes: convert directly.
+    long long v = letter == 'u' ? static_cast<long long>(va_arg(*args, unsigned))
+                                : static_cast<long long>(va_arg(*args, int));
+    PlainDecimal(slot, v);
+    return;
+  }
   int stars[2] = {0, 0};
   int starCount = 0;
   for (const char* p = spec; *p; ++p) {
@@ -325,45 +344,33 @@ void FormatHole(char* slot, const char* spec, char letter, va_list* args) {
                                 std::strchr(spec, 't') != nullptr);
   bool floating = std::strchr("feEgG", letter) != nullptr;
   bool isUnsigned = std::strchr("uoxX", letter) != nullptr;
-#define KT_HOLE_PRINT(value)                                                        \
-  (starCount == 0   ? std::snprintf(slot, kHoleTextSize, spec, value)               \
-   : starCount == 1 ? std::snprintf(slot, kHoleTextSize, spec, stars[0], value)     \
-                    : std::snprintf(slot, kHoleTextSize, spec, stars[0], stars[1], value))
   slot[0] = '\0';
-  if (spec[2] == '\0' && (letter == 'd' || letter == 'i' || letter == 'u')) {
-    // The plain forms are by far the most common holes: convert directly.
-    long long v = letter == 'u' ? static_cast<long long>(va_arg(*args, unsigned))
-                                : static_cast<long long>(va_arg(*args, int));
-    PlainDecimal(slot, v);
-    return;
-  }
   if (letter == 'n') {
     // A count conversion writes nothing into a message; its pointer is
     // consumed and left untouched.
     (void)va_arg(*args, void*);
   } else if (floating && longDouble) {
     long double v = va_arg(*args, long double);
-    KT_HOLE_PRINT(v);
+    PrintValue(slot, spec, stars, starCount, v);
   } else if (floating) {
     double v = va_arg(*args, double);
-    KT_HOLE_PRINT(v);
+    PrintValue(slot, spec, stars, starCount, v);
   } else if (letter == 'p') {
     void* v = va_arg(*args, void*);
-    KT_HOLE_PRINT(v);
+    PrintValue(slot, spec, stars, starCount, v);
   } else if (isLongLong) {
     long long v = va_arg(*args, long long);
-    KT_HOLE_PRINT(v);
+    PrintValue(slot, spec, stars, starCount, v);
   } else if (isLong) {
     long v = va_arg(*args, long);
-    KT_HOLE_PRINT(v);
+    PrintValue(slot, spec, stars, starCount, v);
   } else if (isUnsigned) {
     unsigned v = va_arg(*args, unsigned);
-    KT_HOLE_PRINT(v);
+    PrintValue(slot, spec, stars, starCount, v);
   } else {
     int v = va_arg(*args, int);
-    KT_HOLE_PRINT(v);
+    PrintValue(slot, spec, stars, starCount, v);
   }
-#undef KT_HOLE_PRINT
 }
 
 // Step 1 of printing: walks the English conversions in order and records
