@@ -65,16 +65,17 @@ typedef void (*kt_c_string_escape_hook)(kt_c_string_put_function put, void* stre
 KT_EXTERN_C_BEGIN
 
 /* Allocates `capacity` bytes from `context` (raises on exhaustion); length
-   0. A capacity of 0 gives a buffer that can never grow (doubling 0 gives
-   0): appending to it afterwards is not allowed. */
+   0. Growth only ever doubles the capacity; a buffer of capacity 0 is
+   taken as capacity 1 when it first grows, so it cannot spin or overrun. */
 KT_API void kt_initialize_dsbuffer(kt_dsbuffer* buffer, kt_mem_context* context, uint64_t capacity);
 
 /* Appends the low byte of `c`, doubling the capacity first when the buffer
    is full. Returns the byte as an unsigned value. */
 KT_API int kt_dsbputc(int c, kt_dsbuffer* buffer);
 
-/* Appends `count` bytes (count <= 0 appends nothing), doubling the capacity
-   until they fit and re-allocating once. Returns `count`. */
+/* Appends `count` bytes, doubling the capacity until they fit and
+   re-allocating once. Returns `count`; a negative count appends nothing and
+   returns 0. */
 KT_API int kt_dsbputsn(kt_dsbuffer* buffer, const char* bytes, int count);
 
 /* Appends `string` without its NUL. Returns 1 when it was non-empty, 0 when

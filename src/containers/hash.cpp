@@ -75,6 +75,20 @@ uint32_t HashWord64(uint32_t h, uint64_t v) {
   return h;
 }
 
+// Internal forms of the exported string hashes, so that the callbacks below
+// call them directly rather than through the exported (interposable) names.
+uint32_t HashString(uint32_t seed, const char* string) {
+  size_t n = std::strlen(string);
+  uint32_t h = Crc32Register(seed, reinterpret_cast<const unsigned char*>(string), n);
+  return Step(h, 0);
+}
+
+uint32_t HashFoldedString(uint32_t seed, const char* string) {
+  size_t n = std::strlen(string);
+  uint32_t h = HashFolded(seed, reinterpret_cast<const unsigned char*>(string), n);
+  return Step(h, 0);
+}
+
 const char* KeyOf(const void* element) {
   const char* key;
   std::memcpy(&key, element, sizeof key);
@@ -115,9 +129,7 @@ extern "C" uint32_t kt_hash_double(uint32_t seed, double value) {
 }
 
 extern "C" uint32_t kt_hash_string(uint32_t seed, const char* string) {
-  size_t n = std::strlen(string);
-  uint32_t h = Crc32Register(seed, reinterpret_cast<const unsigned char*>(string), n);
-  return Step(h, 0);
+  return HashString(seed, string);
 }
 
 extern "C" uint32_t kt_hash_reverse_string(uint32_t seed, const char* string) {
@@ -130,13 +142,11 @@ extern "C" uint32_t kt_hash_reverse_string(uint32_t seed, const char* string) {
 }
 
 extern "C" uint32_t kt_hash_lower_string(uint32_t seed, const char* string) {
-  size_t n = std::strlen(string);
-  uint32_t h = HashFolded(seed, reinterpret_cast<const unsigned char*>(string), n);
-  return Step(h, 0);
+  return HashFoldedString(seed, string);
 }
 
 extern "C" uint32_t kt_hash_stringi(uint32_t seed, const char* string) {
-  return kt_hash_lower_string(seed, string);
+  return HashFoldedString(seed, string);
 }
 
 extern "C" uint32_t kt_hash_n_bytes(uint32_t seed, uint64_t count, const void* bytes) {
@@ -152,7 +162,7 @@ extern "C" uint32_t kt_hash_pointer(uint32_t seed, const void* pointer) {
 // ---- plain key callbacks ----------------------------------------------------
 
 extern "C" uint32_t kt_hash_string_key(void*, const char* string) {
-  return kt_hash_string(0, string);
+  return HashString(0, string);
 }
 
 extern "C" int kt_compare_string_keys(void*, const char* a, const char* b) {
@@ -167,7 +177,9 @@ extern "C" void kt_delete_string_key(void* context, char* string) {
   kt_mem_free(static_cast<kt_mem_context*>(context), string);
 }
 
-extern "C" uint32_t kt_NULL_hash_key(void*, const void* key) { return kt_hash_pointer(0, key); }
+extern "C" uint32_t kt_NULL_hash_key(void*, const void* key) {
+  return HashWord64(0, reinterpret_cast<uint64_t>(key));
+}
 
 extern "C" int kt_NULL_compare_keys(void*, const void* a, const void* b) {
   return SignOfDifference(a, b);
@@ -182,11 +194,11 @@ extern "C" void kt_NULL_delete_key(void*, void*) {}
 extern "C" uint32_t kt_ghash_string_key(void*, const void* element) {
   // Seed 0xFFFFFFFF, unlike the folded and plain variants: kept as is,
   // since bucket order of existing tables follows from it.
-  return kt_hash_string(0xFFFFFFFFu, KeyOf(element));
+  return HashString(0xFFFFFFFFu, KeyOf(element));
 }
 
 extern "C" uint32_t kt_ghash_stringi_key(void*, const void* element) {
-  return kt_hash_stringi(0, KeyOf(element));
+  return HashFoldedString(0, KeyOf(element));
 }
 
 extern "C" int kt_ghash_compare_string_keys(void*, const void* a, const void* b) {
@@ -209,7 +221,7 @@ extern "C" void kt_ghash_delete_string_key(void* context, void* element) {
 }
 
 extern "C" uint32_t kt_ghash_hash_ptr_key(void*, const void* element) {
-  return kt_hash_pointer(0, KeyOf(element));
+  return HashWord64(0, reinterpret_cast<uint64_t>(KeyOf(element)));
 }
 
 extern "C" int kt_ghash_compare_ptr_keys(void*, const void* a, const void* b) {

@@ -504,3 +504,52 @@ TEST(Ghash, Statistics) {
 }
 
 }  // namespace
+
+namespace {
+
+// Default callbacks over keys that are not 8 bytes long take the general
+// path: byte-wise hash over the key size and memcmp.
+TEST(Ghash, DefaultCallbacksOnOddKeySizes) {
+  Contexts c;
+  for (uint64_t keySize : {1u, 3u, 12u, 40u}) {
+    kt_ghash_table* t = kt_new_ghash_table(&c.memory, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                           nullptr, keySize, 40, 4, 44, nullptr, 3, 0.5f, 2.0f);
+    std::map<std::string, int32_t> model;
+    std::mt19937 rng(static_cast<unsigned>(keySize));
+    for (int step = 0; step < 3000; ++step) {
+      std::string key(keySize, '\0');
+      for (char& ch : key)
+        ch = static_cast<char>(rng() % 7);  // few distinct keys: many repeats
+      int32_t value = static_cast<int32_t>(rng());
+      if (rng() % 3) {
+        ASSERT_EQ(kt_ghash_replace(t, key.data(), &value), model.count(key) ? 1 : 0);
+        model[key] = value;
+      } else {
+        int32_t out = 0;
+        ASSERT_EQ(kt_ghash_query_remove(t, key.data(), &out), model.count(key) ? 1 : 0);
+        if (model.count(key)) {
+          ASSERT_EQ(out, model[key]);
+        }
+        model.erase(key);
+      }
+      ASSERT_EQ(t->count, static_cast<int32_t>(model.size()));
+    }
+    kt_ghash_cursor cursor;
+    kt_ghash_cursor_init(t, &cursor);
+    void* element;
+    void* data;
+    size_t seen = 0;
+    while (kt_ghash_iterate(t, &cursor, &element, &data)) {
+      std::string key(static_cast<const char*>(element), keySize);
+      uint32_t hash = kt_hash_n_bytes(0, keySize, element);
+      ASSERT_EQ(static_cast<uint32_t>(cursor.position), hash % static_cast<uint32_t>(t->numBuckets));
+      ASSERT_EQ(model.at(key), *static_cast<int32_t*>(data));
+      ++seen;
+    }
+    EXPECT_EQ(seen, model.size());
+    kt_delete_ghash_table(t);
+  }
+  EXPECT_EQ(c.LiveBlocks(), 0u);
+}
+
+}  // namespace
