@@ -431,7 +431,7 @@ KT_API const char* kt_namehash_lookup(kt_namehash* namehash, const char* name);
 /* Frees the pool (newest block first) and clears the table. */
 KT_API void kt_clear_namehash(kt_namehash* namehash);
 
-/* Clears a record made by kt_new_namehash and frees it. */
+/* Clears a record made by kt_new_namehash and frees it; null is ignored. */
 KT_API void kt_delete_namehash(kt_namehash* namehash);
 
 /* Process-wide interning, safe from any thread. Null gives null. */

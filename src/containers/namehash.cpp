@@ -119,6 +119,8 @@ extern "C" void kt_clear_namehash(kt_namehash* namehash) {
 }
 
 extern "C" void kt_delete_namehash(kt_namehash* namehash) {
+  if (namehash == nullptr)
+    return;
   kt_mem_context* context = namehash->memoryContext;
   kt_clear_namehash(namehash);
   kt_mem_free(context, namehash);

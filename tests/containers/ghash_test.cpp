@@ -553,3 +553,61 @@ TEST(Ghash, DefaultCallbacksOnOddKeySizes) {
 }
 
 }  // namespace
+
+namespace {
+
+int PutsnToStderr(void*, const char* text, int length) {
+  return static_cast<int>(fwrite(text, 1, static_cast<size_t>(length), stderr));
+}
+
+// With no catch frame a bound error is printed and ends the process.
+TEST(GhashDeathTest, UncaughtBoundErrorEndsProcess) {
+  auto body = [] {
+    static kt_message_context messages;
+    static kt_error_context errors;
+    static kt_mem_context memory;
+    int status = 0;
+    kt_initialize_message_context(&status, &messages, malloc, realloc);
+    kt_initialize_error_context(&status, &errors, &messages, PutsnToStderr, nullptr);
+    kt_initialize_memory_context(&memory, &errors, malloc, realloc, free);
+    kt_new_ghash_table(&memory, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 8, 0, 0, 8,
+                       nullptr, 7, 0.0f, 1.0f);
+  };
+  EXPECT_DEATH(body(), "Internal Error: Load factor lower bound must be greater than or equal to 0\\.");
+}
+
+}  // namespace
+
+namespace {
+
+// The raised bound errors carry the hash tool's identifiers and texts.
+TEST(Ghash, BoundErrorIdentifiersAndTexts) {
+  Contexts c;
+  struct Seen {
+    std::string identifier;
+    int code = 0;
+  } seen;
+  auto body = [](kt_error_context*, void* data) {
+    auto* contexts = static_cast<Contexts*>(*static_cast<void**>(data));
+    kt_ghash_table table;
+    kt_initialize_ghash_table(&table, &contexts->memory, nullptr, nullptr, nullptr, nullptr,
+                              nullptr, nullptr, 8, 0, 0, 8, nullptr, 7, 0.5f, 5.0f);
+  };
+  auto accept = [](kt_error_context*, void* data, const char* identifier, int code, va_list) {
+    auto* s = static_cast<Seen*>(static_cast<void**>(data)[1]);
+    s->identifier = identifier;
+    s->code = code;
+    return 1;
+  };
+  void* data[2] = {&c, &seen};
+  EXPECT_EQ(kt_try_catch_id(&c.errors, data, body, accept), 0x30002);
+  EXPECT_EQ(seen.identifier, "ZENTRA:HASH_INVALID_UPPER_LOAD_BOUND");
+  EXPECT_STREQ(kt_get_message(&c.messages, 0x30001),
+               "Internal Error: Load factor lower bound must be greater than or equal to 0.");
+  EXPECT_STREQ(kt_get_message(&c.messages, 0x30003),
+               "Internal Error: Load factor upper bound must be greater than lower bound.");
+  EXPECT_STREQ(kt_get_message_mnemonic(&c.messages, 0x30003), "HASH_INVALID_LOAD_BOUND_RANGE");
+  EXPECT_EQ(c.LiveBlocks(), 0u);
+}
+
+}  // namespace
