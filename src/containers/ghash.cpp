@@ -88,6 +88,11 @@ inline bool KeysEqual(const kt_ghash_table* t, const void* key, const void* elem
   return std::memcmp(key, element, t->keySize) == 0;
 }
 
+inline void Delete(kt_ghash_delete_function del, void* context, void* address) {
+  if (del != DefaultDelete)
+    del(context, address);
+}
+
 inline void Copy(kt_ghash_copy_function copy, void* context, void* destination,
                  const void* source) {
   if (copy == DefaultCopy && SizeAt(context) == 8)
@@ -194,21 +199,25 @@ __attribute__((always_inline)) inline Probe Find(kt_ghash_table* t, const void* 
   return p;
 }
 
-// Lookup only: no link bookkeeping.
-__attribute__((always_inline)) inline Node* Lookup(kt_ghash_table* t, const void* key) {
-  if (t->numBuckets <= 0)
-    return nullptr;
-  if (IsPlainEightByteKey(t)) {
-    uint64_t k = Load64(key);
-    uint32_t hash = HashEightBytes(key);
-    Node* node = t->buckets[hash % static_cast<uint32_t>(t->numBuckets)];
-    while (node != nullptr && !(node->hash == hash && Load64(ElementOf(node)) == k))
-      node = node->next;
-    return node;
-  }
+// Lookup only, no link bookkeeping. The general form stays out of line so
+// that the plain 8-byte path compiles to a short leaf sequence.
+__attribute__((noinline)) Node* LookupGeneral(kt_ghash_table* t, const void* key) {
   uint32_t hash = HashKey(t, key);
   Node* node = t->buckets[hash % static_cast<uint32_t>(t->numBuckets)];
   while (node != nullptr && !(node->hash == hash && KeysEqual(t, key, ElementOf(node))))
+    node = node->next;
+  return node;
+}
+
+__attribute__((always_inline)) inline Node* Lookup(kt_ghash_table* t, const void* key) {
+  if (t->numBuckets <= 0)
+    return nullptr;
+  if (!IsPlainEightByteKey(t))
+    return LookupGeneral(t, key);
+  uint64_t k = Load64(key);
+  uint32_t hash = HashEightBytes(key);
+  Node* node = t->buckets[hash % static_cast<uint32_t>(t->numBuckets)];
+  while (node != nullptr && !(node->hash == hash && Load64(ElementOf(node)) == k))
     node = node->next;
   return node;
 }
@@ -266,8 +275,8 @@ int Remove(kt_ghash_table* t, const void* key, void* out, bool copyOut) {
   if (copyOut)
     CopyOut(t, node, out);
   else
-    t->deleteData(t->userContext, ElementOf(node) + t->dataOffset);
-  t->deleteKey(t->userContext, ElementOf(node));
+    Delete(t->deleteData, t->userContext, ElementOf(node) + t->dataOffset);
+  Delete(t->deleteKey, t->userContext, ElementOf(node));
   kt_mem_free(t->memoryContext, node);
   t->count--;
   if (t->count < t->shrinkThreshold)
@@ -280,8 +289,8 @@ void FreeAllNodes(kt_ghash_table* t) {
     Node* node = t->buckets[i];
     while (node != nullptr) {
       Node* next = node->next;
-      t->deleteKey(t->userContext, ElementOf(node));
-      t->deleteData(t->userContext, ElementOf(node) + t->dataOffset);
+      Delete(t->deleteKey, t->userContext, ElementOf(node));
+      Delete(t->deleteData, t->userContext, ElementOf(node) + t->dataOffset);
       kt_mem_free(t->memoryContext, node);
       node = next;
     }
