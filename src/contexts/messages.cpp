@@ -829,19 +829,4 @@ char* kt_make_message_identifier(char* buffer, kt_message_context* context, int 
   return buffer;
 }
 
-int ktIsValidMessageIdentifier(const char* identifier) {
-  if (identifier == nullptr) return 0;
-  auto word = [](char ch) {
-    return (ch >= 'A' && ch <= 'Z') || (ch >= 'a' && ch <= 'z') || (ch >= '0' && ch <= '9') ||
-           ch == '_';
-  };
-  size_t length = std::strlen(identifier);
-  const char* colon = std::strchr(identifier, ':');
-  if (length >= 2048 || colon == nullptr || colon == identifier || colon[1] == '\0') return 0;
-  for (const char* p = identifier; *p; ++p) {
-    if (p != colon && !word(*p)) return 0;
-  }
-  return 1;
-}
-
 }  // extern "C"
