@@ -4,6 +4,7 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -810,13 +811,21 @@ void kt_handle_message_context_error(kt_message_context* /*context*/,
 
 int kt_print_message_context_error(kt_message_context* context, kt_putsn_function putsn,
                                    void* data, int result, int status) {
+  int code = KT_NO_MEMORY_FOR_MESSAGE_CONTEXT, module = 0, entry = 0;
+  if (result >= 0)
+    code = ExplainArguments(result, status, &module, &entry);
   int n;
-  if (result < 0) {
-    n = kt_printm(context, putsn, data, KT_NO_MEMORY_FOR_MESSAGE_CONTEXT);
-  } else {
-    int module, entry;
-    int code = ExplainArguments(result, status, &module, &entry);
+  Located own;
+  if (Locate(context, code, &own)) {
     n = kt_printm(context, putsn, data, code, module, entry);
+  } else {
+    // A context whose own initialisation failed has no module-0 table to
+    // print from, yet that is exactly when an explanation is needed: use
+    // the built-in English text.
+    char text[256];
+    const char* format = kModule0Texts[(code & 0xFFFF) - 1];
+    n = std::snprintf(text, sizeof text, format, module, entry);
+    n = n < 0 ? n : putsn(data, text, std::min(n, static_cast<int>(sizeof text) - 1));
   }
   if (n < 0) return n;
   int r = putsn(data, "\n", 1);
