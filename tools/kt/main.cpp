@@ -9,7 +9,7 @@ namespace kttool {
 namespace {
 
 const Command kCommands[] = {
-    {"demo", "", "walk through the library on built-in inputs (the default)", RunDemo},
+    {"demo", "", "a host's start-up and checksums on built-in inputs (the default)", RunDemo},
     {"crc32", "[FILE...]", "print the CRC-32 of each FILE (or standard input)", RunCrc32},
     {"md5", "[FILE...]", "print the MD5 digest of each FILE (or standard input)", RunMd5},
 };
