@@ -50,8 +50,8 @@ void ShowChecksums() {
 
 // The host's exception, built by its throw hook from a raised error.
 struct DemoError : std::runtime_error {
-  DemoError(const char* identifier, int code, const char* text)
-      : std::runtime_error(text), identifier(identifier), code(code) {}
+  DemoError(const char* id, int errorCode, const char* text)
+      : std::runtime_error(text), identifier(id), code(errorCode) {}
   std::string identifier;
   int code;
 };
