@@ -20,6 +20,10 @@ struct Command {
 int RunCrc32(int argc, char** argv);
 int RunMd5(int argc, char** argv);
 
+// Decimal conversion (cmd_numbers.cpp).
+int RunFmt(int argc, char** argv);
+int RunDtoa(int argc, char** argv);
+
 // The guided tour run by `kt` with no arguments (cmd_demo.cpp).
 int RunDemo(int argc, char** argv);
 

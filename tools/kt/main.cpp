@@ -9,9 +9,11 @@ namespace kttool {
 namespace {
 
 const Command kCommands[] = {
-    {"demo", "", "walk through the library on built-in inputs (the default)", RunDemo},
+    {"demo", "", "a host's start-up and checksums on built-in inputs (the default)", RunDemo},
     {"crc32", "[FILE...]", "print the CRC-32 of each FILE (or standard input)", RunCrc32},
     {"md5", "[FILE...]", "print the MD5 digest of each FILE (or standard input)", RunMd5},
+    {"fmt", "NUMBER...", "print each NUMBER in the shortest text that reads back to it", RunFmt},
+    {"dtoa", "[--mode M] [--digits N] NUMBER...", "print the decimal digits of each NUMBER", RunDtoa},
 };
 
 void PrintHelp() {
