@@ -23,7 +23,10 @@ void PrintHelp() {
   for (const Command& c : kCommands) {
     char head[64];
     std::snprintf(head, sizeof head, "%s %s", c.name, c.usage);
-    std::printf("  %-22s %s\n", head, c.summary);
+    if (std::strlen(head) > 22)
+      std::printf("  %s\n  %-22s %s\n", head, "", c.summary);
+    else
+      std::printf("  %-22s %s\n", head, c.summary);
   }
   std::printf("\nWith no command, kt runs `demo`. A FILE of - means standard input.\n"
               "Options: --help, --version\n");
