@@ -112,7 +112,9 @@ void kt_delete_memory_context(kt_mem_context* context) { context->release(contex
 
 void* kt_mem_alloc(kt_mem_context* context, size_t size) {
   if (size == 0) return nullptr;
-  void* p = context->allocate(size);
+  // The library's own wrapper is the common case: call the heap directly
+  // rather than through two more calls (same result: size is not zero).
+  void* p = context->allocate == ktMalloc ? std::malloc(size) : context->allocate(size);
   if (p == nullptr) kt_error(context->errorContext, KT_OUT_OF_MEMORY);
   return p;
 }
@@ -142,7 +144,12 @@ char* kt_mem_strdup(kt_mem_context* context, const char* text) {
   return copy;
 }
 
-void kt_mem_free(kt_mem_context* context, void* pointer) { context->release(pointer); }
+void kt_mem_free(kt_mem_context* context, void* pointer) {
+  if (context->release == ktFree)
+    std::free(pointer);
+  else
+    context->release(pointer);
+}
 
 void kt_mem_add_primary_message_table(kt_mem_context* context, const kt_message_table* table) {
   int status = 0;
