@@ -103,19 +103,27 @@ inline void Copy(kt_ghash_copy_function copy, void* context, void* destination,
 
 // ---- bounds and sizing -------------------------------------------------------
 
-void ValidateBounds(kt_ghash_table* t, float lower, float upper) {
-  kt_error_context* errors = t->memoryContext->errorContext;
+// Returns 0 when the bounds are valid, else the message code to raise. The
+// tests run in this order.
+int CheckBounds(float lower, float upper) {
   // A lower bound of exactly 0 is rejected although the message text says
   // "greater than or equal to 0"; callers rely on the rejection. NaN bounds
   // fail the same tests.
   if (!(lower > 0.0f))
-    kt_error(errors, kInvalidLowerBound);
+    return kInvalidLowerBound;
   if (!(upper > 0.0f) || upper > 3.0f)
-    kt_error(errors, kInvalidUpperBound);
+    return kInvalidUpperBound;
   if (lower >= upper)
-    kt_error(errors, kInvalidBoundRange);
-  if (std::sqrt(upper / lower) > 10.0)
-    kt_error(errors, kInvalidBoundRange);
+    return kInvalidBoundRange;
+  if (std::sqrt(upper / lower) > 10.0)  // upper at most 100 times lower
+    return kInvalidBoundRange;
+  return 0;
+}
+
+void ValidateBounds(kt_ghash_table* t, float lower, float upper) {
+  int code = CheckBounds(lower, upper);
+  if (code != 0)
+    kt_error(t->memoryContext->errorContext, code);
 }
 
 int32_t Truncate(float value) { return static_cast<int32_t>(value); }

@@ -1,9 +1,19 @@
 // kt_qsort: quicksort with a caller context handed to the comparison.
+#include <cstdint>
 #include <cstring>
 
 #include "kt/containers.h"
 
 namespace {
+
+template <typename Word>
+void SwapWords(char* a, char* b) {
+  Word x, y;
+  std::memcpy(&x, a, sizeof x);
+  std::memcpy(&y, b, sizeof y);
+  std::memcpy(a, &y, sizeof y);
+  std::memcpy(b, &x, sizeof x);
+}
 
 struct Sorter {
   char* base;
@@ -19,6 +29,15 @@ struct Sorter {
   void swap(long a, long b) const {
     if (a == b)
       return;
+    // Common scalar sizes use a register as the temporary.
+    if (size == 8) {
+      SwapWords<uint64_t>(at(a), at(b));
+      return;
+    }
+    if (size == 4) {
+      SwapWords<uint32_t>(at(a), at(b));
+      return;
+    }
     std::memcpy(temporary, at(a), size);
     std::memcpy(at(a), at(b), size);
     std::memcpy(at(b), temporary, size);
