@@ -152,8 +152,9 @@ KT_API int kt_remove_primary_message_table(int* status, kt_message_context* cont
 
 /*
  * Adds the translations of `table` under `language` (found ignoring case,
- * appended when new; null counts as ""). Returns as the primary
- * registration, with *status in 2..5, 9..12, 14.
+ * appended when new, even if the table is then refused; null counts as
+ * ""). The modules are all checked before any is stored. Returns as the
+ * primary registration, with *status in 2..5, 9..12, 14.
  */
 KT_API int kt_add_language(int* status, kt_message_context* context, const char* language,
                            const kt_language_table* table, kt_reallocate_function reallocate);
