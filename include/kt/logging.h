@@ -101,7 +101,9 @@ public:
     virtual void writeExternal(ObjectOutput& out) const = 0;
 };
 
-/* The typed write operations; see ObjectOutputStream for the text each
+/* The typed write operations, in this slot order after the destructor:
+   bool, the signed then the unsigned integers (8 to 64 bits), float,
+   double, C string, bytes. See ObjectOutputStream for the text each
    produces there. */
 class KT_API DataOutput {
 public:
@@ -110,10 +112,10 @@ public:
     virtual void write_int8_t(signed char value) = 0;
     virtual void write_uint8_t(unsigned char value) = 0;
     virtual void write_int16_t(short value) = 0;
-    virtual void write_uint16_t(unsigned short value) = 0;
     virtual void write_int32_t(int value) = 0;
-    virtual void write_uint32_t(unsigned int value) = 0;
     virtual void write_int64_t(long value) = 0;
+    virtual void write_uint16_t(unsigned short value) = 0;
+    virtual void write_uint32_t(unsigned int value) = 0;
     virtual void write_uint64_t(unsigned long value) = 0;
     virtual void write_float(float value) = 0;
     virtual void write_double(double value) = 0;
@@ -155,10 +157,10 @@ public:
     void write_int8_t(signed char value) override;
     void write_uint8_t(unsigned char value) override;
     void write_int16_t(short value) override;
-    void write_uint16_t(unsigned short value) override;
     void write_int32_t(int value) override;
-    void write_uint32_t(unsigned int value) override;
     void write_int64_t(long value) override;
+    void write_uint16_t(unsigned short value) override;
+    void write_uint32_t(unsigned int value) override;
     void write_uint64_t(unsigned long value) override;
     void write_float(float value) override;
     void write_double(double value) override;

@@ -225,12 +225,7 @@ KT_API int kt_print_message_context_error(kt_message_context* context,
  */
 KT_API char* kt_make_message_identifier(char* buffer, kt_message_context* context, int code);
 
-/*
- * 1 when `identifier` has the form "COMPONENT:MNEMONIC" (each part one or
- * more letters, digits or '_', joined by one ':', the whole shorter than
- * 2048 bytes), such as "ZENTRA:OUT_OF_MEMORY"; else 0. Null gives 0.
- */
-KT_API int ktIsValidMessageIdentifier(const char* identifier);
+/* Identifiers are checked with ktIsValidMessageIdentifier (kt/warnings.h). */
 
 KT_EXTERN_C_END
 

@@ -4,6 +4,7 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -810,13 +811,21 @@ void kt_handle_message_context_error(kt_message_context* /*context*/,
 
 int kt_print_message_context_error(kt_message_context* context, kt_putsn_function putsn,
                                    void* data, int result, int status) {
+  int code = KT_NO_MEMORY_FOR_MESSAGE_CONTEXT, module = 0, entry = 0;
+  if (result >= 0)
+    code = ExplainArguments(result, status, &module, &entry);
   int n;
-  if (result < 0) {
-    n = kt_printm(context, putsn, data, KT_NO_MEMORY_FOR_MESSAGE_CONTEXT);
-  } else {
-    int module, entry;
-    int code = ExplainArguments(result, status, &module, &entry);
+  Located own;
+  if (Locate(context, code, &own)) {
     n = kt_printm(context, putsn, data, code, module, entry);
+  } else {
+    // A context whose own initialisation failed has no module-0 table to
+    // print from, yet that is exactly when an explanation is needed: use
+    // the built-in English text.
+    char text[256];
+    const char* format = kModule0Texts[(code & 0xFFFF) - 1];
+    n = std::snprintf(text, sizeof text, format, module, entry);
+    n = n < 0 ? n : putsn(data, text, std::min(n, static_cast<int>(sizeof text) - 1));
   }
   if (n < 0) return n;
   int r = putsn(data, "\n", 1);
@@ -827,21 +836,6 @@ char* kt_make_message_identifier(char* buffer, kt_message_context* context, int 
   const char* mnemonic = kt_get_message_mnemonic(context, code);
   std::snprintf(buffer, 2048, "ZENTRA:%s", mnemonic ? mnemonic : "BAD_MSG_CODE");
   return buffer;
-}
-
-int ktIsValidMessageIdentifier(const char* identifier) {
-  if (identifier == nullptr) return 0;
-  auto word = [](char ch) {
-    return (ch >= 'A' && ch <= 'Z') || (ch >= 'a' && ch <= 'z') || (ch >= '0' && ch <= '9') ||
-           ch == '_';
-  };
-  size_t length = std::strlen(identifier);
-  const char* colon = std::strchr(identifier, ':');
-  if (length >= 2048 || colon == nullptr || colon == identifier || colon[1] == '\0') return 0;
-  for (const char* p = identifier; *p; ++p) {
-    if (p != colon && !word(*p)) return 0;
-  }
-  return 1;
 }
 
 }  // extern "C"

@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstdio>
@@ -281,6 +282,50 @@ TEST(Logger, RemoveHandlerAddedTwiceDropsBothAndKeepsIt)
     EXPECT_EQ(CountingHandler::live, 1);
     EXPECT_EQ(twice->published, 2);
     delete twice;
+    EXPECT_EQ(CountingHandler::live, 0);
+}
+
+// Model-based: random adds, removes and logs over a pool of handlers agree
+// with a plain vector of entries; each handler is published to once per
+// entry it has in the list.
+TEST(Logger, RandomAddRemoveAgreesWithModel)
+{
+    const int pool_size = 5;
+    std::vector<CountingHandler*> pool;
+    for (int i = 0; i < pool_size; ++i)
+        pool.push_back(new CountingHandler);
+    std::vector<int> expected_published(pool_size, 0);
+    std::vector<CountingHandler*> model;
+    std::mt19937 random(17);
+    {
+        Logger logger;
+        for (int step = 0; step < 3000; ++step) {
+            CountingHandler* handler = pool[random() % pool_size];
+            switch (random() % 3) {
+            case 0:
+                logger.addHandler(handler);
+                model.push_back(handler);
+                break;
+            case 1:
+                logger.removeHandler(handler);
+                model.erase(std::remove(model.begin(), model.end(), handler), model.end());
+                break;
+            default:
+                logger.log(Level(Level::Info), Text("m"));
+                for (CountingHandler* entry : model)
+                    ++expected_published[std::find(pool.begin(), pool.end(), entry) - pool.begin()];
+                break;
+            }
+        }
+        for (int i = 0; i < pool_size; ++i)
+            ASSERT_EQ(pool[i]->published, expected_published[i]) << i;
+        // Hand back the ones the logger still owns; it destroys none then.
+        for (CountingHandler* handler : pool)
+            logger.removeHandler(handler);
+    }
+    EXPECT_EQ(CountingHandler::live, pool_size);
+    for (CountingHandler* handler : pool)
+        delete handler;
     EXPECT_EQ(CountingHandler::live, 0);
 }
 

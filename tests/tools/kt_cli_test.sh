@@ -1,0 +1,65 @@
+#!/usr/bin/env bash
+# The kt tool's checksum commands against coreutils' md5sum and gzip's
+# CRC-32 trailer, plus its error handling and exit statuses.
+set -uo pipefail
+: "${KT_TOOL:?path to the kt tool}"
+
+tmp=$(mktemp -d)
+trap 'rm -rf "$tmp"' EXIT
+failures=0
+fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
+
+cd "$tmp"
+: >empty
+printf 'abc' >abc
+head -c 3000000 /dev/urandom >random.bin
+printf 'x' >'back\slash'
+printf 'y' >'new
+line'
+
+# MD5: byte-for-byte the output of md5sum, including escaped names and stdin.
+expected=$(md5sum empty abc random.bin 'back\slash' 'new
+line')
+actual=$("$KT_TOOL" md5 empty abc random.bin 'back\slash' 'new
+line')
+[ "$expected" = "$actual" ] || fail "md5 differs from md5sum:"$'\n'"$expected"$'\n'"$actual"
+[ "$(md5sum <random.bin)" = "$("$KT_TOOL" md5 <random.bin)" ] || fail "md5 of stdin"
+[ "$(md5sum - <abc)" = "$("$KT_TOOL" md5 - <abc)" ] || fail "md5 of -"
+
+# CRC-32: gzip stores the CRC-32 of the data little-endian in its trailer.
+gzip_crc() { gzip -c <"$1" | tail -c 8 | head -c 4 | od -An -tx4 | tr -d ' \n'; }
+for f in empty abc random.bin; do
+  want="$(gzip_crc "$f")  $f"
+  got=$("$KT_TOOL" crc32 "$f")
+  [ "$want" = "$got" ] || fail "crc32 $f: want '$want' got '$got'"
+done
+[ "$("$KT_TOOL" crc32 <abc)" = "$(gzip_crc abc)  -" ] || fail "crc32 of stdin"
+
+# A missing file and a directory are named on stderr; the rest is still
+# processed; the status is 1.
+out=$("$KT_TOOL" md5 abc missing-file . empty 2>err)
+status=$?
+[ $status -eq 1 ] || fail "status with a missing file: $status"
+grep -q 'missing-file: No such file or directory' err || fail "no message naming the missing file: $(cat err)"
+grep -q '\.: Is a directory' err || fail "no message naming the directory: $(cat err)"
+[ "$out" = "$(md5sum abc empty)" ] || fail "other files not processed: $out"
+
+# Options and usage errors.
+"$KT_TOOL" --version | grep -q '^kt (libkt) [0-9]' || fail "--version"
+"$KT_TOOL" --help | grep -q 'crc32' || fail "--help lists commands"
+"$KT_TOOL" no-such-command 2>/dev/null; [ $? -eq 2 ] || fail "unknown command status"
+demo=$("$KT_TOOL") || fail "default action"
+grep -q 'caught ZENTRA:FILE_NOT_READABLE' <<<"$demo" || fail "demo: the host's error was not caught"
+grep -q 'Demo:deprecatedOption is error' <<<"$demo" || fail "demo: warning not switched to error"
+
+# Large inputs are streamed: 512 MiB under a 256 MiB address-space limit
+# (only without sanitizers, whose shadow memory needs the address space).
+if [ -z "${KT_SANITIZE:-}" ]; then
+  truncate -s 512M big.bin
+  want="$(md5sum big.bin)"
+  got=$(ulimit -v 262144; "$KT_TOOL" md5 big.bin) || fail "md5 of a large file under a memory limit"
+  [ "$want" = "$got" ] || fail "md5 of a large file"
+fi
+
+[ $failures -eq 0 ] && echo "kt cli: all checks passed"
+exit $((failures > 0))

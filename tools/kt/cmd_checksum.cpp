@@ -1,0 +1,136 @@
+// kt crc32 / kt md5: checksums of files in the layout of coreutils' md5sum
+// ("<digest>  <name>"), streamed in fixed-size pieces.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "commands.h"
+#include "kt/checksum.h"
+
+namespace kttool {
+namespace {
+
+constexpr size_t kChunk = 64 * 1024;
+
+// Accumulates one file's checksum; Feed is called per piece, Finish
+// returns the digest as lower-case hex.
+class Summer {
+public:
+  virtual ~Summer() = default;
+  virtual void Feed(const unsigned char* data, size_t length) = 0;
+  virtual std::string Finish() = 0;
+};
+
+class Crc32Summer : public Summer {
+public:
+  void Feed(const unsigned char* data, size_t length) override {
+    crc_ = kt_crc_update(crc_, data, static_cast<int>(length));
+  }
+  std::string Finish() override {
+    char text[9];
+    std::snprintf(text, sizeof text, "%08x", crc_);
+    crc_ = 0;
+    return text;
+  }
+
+private:
+  uint32_t crc_ = 0;
+};
+
+class Md5Summer : public Summer {
+public:
+  void Feed(const unsigned char* data, size_t length) override { md5_.addn(data, length); }
+  std::string Finish() override {
+    kt_md5_digest digest = md5_.getValueAndReset();
+    unsigned char bytes[16];
+    std::memcpy(bytes, &digest, sizeof bytes);
+    std::string hex;
+    char pair[3];
+    for (unsigned char b : bytes) {
+      std::snprintf(pair, sizeof pair, "%02x", b);
+      hex += pair;
+    }
+    return hex;
+  }
+
+private:
+  kt_md5ChecksumRec md5_;
+};
+
+// Reads the whole stream through the summer; false (with errno) on a read error.
+bool SumStream(std::FILE* in, Summer& summer) {
+  static unsigned char buffer[kChunk];
+  size_t got;
+  while ((got = std::fread(buffer, 1, sizeof buffer, in)) > 0)
+    summer.Feed(buffer, got);
+  return !std::ferror(in);
+}
+
+// Prints one result line. As md5sum does, a name holding a backslash or a
+// newline is escaped and the line starts with a backslash.
+void PrintLine(const std::string& digest, const char* name) {
+  bool escape = std::strpbrk(name, "\\\n") != nullptr;
+  std::string shown;
+  for (const char* p = name; *p; ++p) {
+    if (escape && *p == '\\')
+      shown += "\\\\";
+    else if (escape && *p == '\n')
+      shown += "\\n";
+    else
+      shown += *p;
+  }
+  std::printf("%s%s  %s\n", escape ? "\\" : "", digest.c_str(), shown.c_str());
+}
+
+// Sums one named file ("-" is standard input); reports failures on stderr.
+bool SumFile(const char* name, Summer& summer) {
+  bool isStdin = std::strcmp(name, "-") == 0;
+  std::FILE* in = isStdin ? stdin : std::fopen(name, "rb");
+  if (in == nullptr) {
+    Complain("%s: %s", name, std::strerror(errno));
+    return false;
+  }
+  errno = 0;
+  bool ok = SumStream(in, summer);
+  int readError = errno;
+  if (!isStdin)
+    std::fclose(in);
+  if (!ok) {
+    summer.Finish();  // discard the partial sum
+    Complain("%s: %s", name, std::strerror(readError ? readError : EIO));
+    return false;
+  }
+  PrintLine(summer.Finish(), name);
+  return true;
+}
+
+int RunSums(int argc, char** argv, Summer& summer) {
+  if (argc >= 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0)) {
+    std::printf("Usage: kt %s [FILE...]\nPrints the %s of each FILE; with no FILE, or when FILE "
+                "is -, reads standard input.\n",
+                argv[0], std::strcmp(argv[0], "md5") == 0 ? "MD5 digest" : "CRC-32");
+    return 0;
+  }
+  if (argc < 2)
+    return SumFile("-", summer) ? 0 : 1;
+  int status = 0;
+  for (int i = 1; i < argc; ++i)
+    if (!SumFile(argv[i], summer))
+      status = 1;
+  return status;
+}
+
+}  // namespace
+
+int RunCrc32(int argc, char** argv) {
+  Crc32Summer summer;
+  return RunSums(argc, argv, summer);
+}
+
+int RunMd5(int argc, char** argv) {
+  Md5Summer summer;
+  return RunSums(argc, argv, summer);
+}
+
+}  // namespace kttool
