@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "kt/containers.h"
+#include "kt/contexts.h"
 
 namespace {
 
@@ -103,17 +104,24 @@ extern "C" void kt_qsort(void* base, int count, size_t size, void* context,
                          kt_compare_function compare) {
   if (count < 2 || size == 0)
     return;
-  // One temporary element for the exchanges; small elements use the stack.
+  // One temporary element for the exchanges, from the default memory context
+  // (exhaustion raises OUT_OF_MEMORY there); elements up to 256 bytes use
+  // the stack instead, which cannot fail.
   char local[256];
-  char* temporary = size <= sizeof local ? local : static_cast<char*>(ktMallocWithCheck(size));
+  kt_mem_context* memory = nullptr;
+  char* temporary = local;
+  if (size > sizeof local) {
+    memory = ktGetMemoryContext();
+    temporary = static_cast<char*>(kt_mem_alloc(memory, size));
+  }
   Sorter sorter{static_cast<char*>(base), size, context, compare, temporary};
   try {
     sorter.sort(0, count - 1);
   } catch (...) {
-    if (temporary != local)
-      ktFree(temporary);
+    if (memory != nullptr)
+      kt_mem_free(memory, temporary);
     throw;
   }
-  if (temporary != local)
-    ktFree(temporary);
+  if (memory != nullptr)
+    kt_mem_free(memory, temporary);
 }
