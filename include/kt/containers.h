@@ -149,9 +149,10 @@ KT_API void kt_output_c_string_with_hooks(kt_c_string_put_function put, void* st
                                           kt_c_string_escape_hook after, void* argument);
 
 /* Sorts `count` elements of `size` bytes in place with compare(context, a,
-   b); a quicksort, not stable. One temporary element comes from the
-   default memory context (raises on exhaustion). count < 2 or size 0 does
-   nothing. */
+   b); a quicksort, not stable. Elements above 256 bytes take one temporary
+   element from the default memory context (ktGetMemoryContext, kt/contexts.h;
+   exhaustion raises OUT_OF_MEMORY there); smaller ones use the stack. count
+   < 2 or size 0 does nothing. An exception from compare passes through. */
 KT_API void kt_qsort(void* base, int count, size_t size, void* context,
                      kt_compare_function compare);
 

@@ -279,13 +279,13 @@ extern "C" int kt_fsi_insert(kt_fsi* set, int32_t v) {
   bool joinsBefore = before != nullptr && before->interval.upper == v;
   bool joinsAfter = after != nullptr && after->interval.lower == v + 1;
   if (joinsBefore && joinsAfter) {
-    // The gap of one closes: both runs become one.
-    // Unlinking may move intervals between nodes, so work from copies.
-    kt_fsi_interval lowerRun = before->interval;
-    kt_fsi_interval upperRun = after->interval;
-    kt_delete_interval(set, lowerRun);
-    kt_delete_interval(set, upperRun);
-    Link(set, {lowerRun.lower, upperRun.upper});
+    // The gap of one closes and both runs become one: the upper run's node
+    // is unlinked and the lower one spans both (the same set of intervals
+    // and free-list count as unlinking both and linking the union).
+    // Unlinking moves at most the upper run's successor, never the lower run.
+    int32_t upper = after->interval.upper;
+    kt_delete_interval(set, after->interval);
+    before->interval.upper = upper;
   } else if (joinsBefore) {
     before->interval.upper = v + 1;
   } else if (joinsAfter) {

@@ -103,26 +103,45 @@ inline void Copy(kt_ghash_copy_function copy, void* context, void* destination,
 
 // ---- bounds and sizing -------------------------------------------------------
 
-void ValidateBounds(kt_ghash_table* t, float lower, float upper) {
-  kt_error_context* errors = t->memoryContext->errorContext;
+// Returns 0 when the bounds are valid, else the message code to raise. The
+// tests run in this order.
+int CheckBounds(float lower, float upper) {
   // A lower bound of exactly 0 is rejected although the message text says
   // "greater than or equal to 0"; callers rely on the rejection. NaN bounds
   // fail the same tests.
   if (!(lower > 0.0f))
-    kt_error(errors, kInvalidLowerBound);
+    return kInvalidLowerBound;
   if (!(upper > 0.0f) || upper > 3.0f)
-    kt_error(errors, kInvalidUpperBound);
+    return kInvalidUpperBound;
   if (lower >= upper)
-    kt_error(errors, kInvalidBoundRange);
-  if (std::sqrt(upper / lower) > 10.0)
-    kt_error(errors, kInvalidBoundRange);
+    return kInvalidBoundRange;
+  if (std::sqrt(upper / lower) > 10.0)  // upper at most 100 times lower
+    return kInvalidBoundRange;
+  return 0;
 }
 
-int32_t Truncate(float value) { return static_cast<int32_t>(value); }
+void ValidateBounds(kt_ghash_table* t, float lower, float upper) {
+  int code = CheckBounds(lower, upper);
+  if (code != 0)
+    kt_error(t->memoryContext->errorContext, code);
+}
+
+// Truncation toward zero, held inside the 32-bit range (tiny load bounds
+// can ask for more buckets than a table can count).
+int32_t Truncate(double value) {
+  if (!(value < 2147483647.0))
+    return value != value ? 0 : INT32_MAX;
+  if (value < -2147483648.0)
+    return INT32_MIN;
+  return static_cast<int32_t>(value);
+}
 
 void SetThresholds(kt_ghash_table* t) {
-  t->shrinkThreshold = t->numBuckets == t->minBuckets ? 0 : Truncate(t->numBuckets * t->lowerBound);
-  t->growThreshold = Truncate(t->numBuckets * t->upperBound);
+  // The products are single precision, as they have always been computed.
+  float shrink = static_cast<float>(t->numBuckets) * t->lowerBound;
+  float grow = static_cast<float>(t->numBuckets) * t->upperBound;
+  t->shrinkThreshold = t->numBuckets == t->minBuckets ? 0 : Truncate(shrink);
+  t->growThreshold = Truncate(grow);
 }
 
 Node** AllocateBuckets(kt_ghash_table* t, int32_t n) {
@@ -132,7 +151,7 @@ Node** AllocateBuckets(kt_ghash_table* t, int32_t n) {
 void Resize(kt_ghash_table* t) {
   // Step 1: the target keeps the load near the geometric mean of the bounds.
   double mean = std::sqrt(static_cast<double>(t->lowerBound * t->upperBound));
-  int32_t target = static_cast<int32_t>(t->count / mean + 0.5);
+  int32_t target = Truncate(t->count / mean + 0.5);
   if (target < t->minBuckets)
     target = t->minBuckets;
   // Step 2: search upward for a grow, downward for a shrink.
@@ -345,7 +364,7 @@ extern "C" void kt_initialize_ghash_table(
     table->minBuckets = buckets;
     table->count = 0;
     table->shrinkThreshold = 0;
-    table->growThreshold = Truncate(buckets * upperBound);
+    table->growThreshold = Truncate(static_cast<float>(buckets) * upperBound);
     table->buckets = AllocateBuckets(table, buckets);
     table->numBuckets = buckets;
     table->snapshot = nullptr;
@@ -381,7 +400,7 @@ extern "C" void kt_ghash_empty(kt_ghash_table* table, int32_t newSize) {
     int32_t buckets = kt_hash_next_quasiprime(table->memoryContext, newSize, 1);
     table->minBuckets = buckets;
     table->shrinkThreshold = 0;
-    table->growThreshold = Truncate(buckets * table->upperBound);
+    table->growThreshold = Truncate(static_cast<float>(buckets) * table->upperBound);
     if (buckets != table->numBuckets) {
       size_t bytes = sizeof(Node*) * static_cast<size_t>(buckets);
       table->buckets = static_cast<Node**>(kt_mem_realloc(table->memoryContext, table->buckets, bytes));

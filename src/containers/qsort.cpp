@@ -1,9 +1,20 @@
 // kt_qsort: quicksort with a caller context handed to the comparison.
+#include <cstdint>
 #include <cstring>
 
 #include "kt/containers.h"
+#include "kt/contexts.h"
 
 namespace {
+
+template <typename Word>
+void SwapWords(char* a, char* b) {
+  Word x, y;
+  std::memcpy(&x, a, sizeof x);
+  std::memcpy(&y, b, sizeof y);
+  std::memcpy(a, &y, sizeof y);
+  std::memcpy(b, &x, sizeof x);
+}
 
 struct Sorter {
   char* base;
@@ -19,6 +30,15 @@ struct Sorter {
   void swap(long a, long b) const {
     if (a == b)
       return;
+    // Common scalar sizes use a register as the temporary.
+    if (size == 8) {
+      SwapWords<uint64_t>(at(a), at(b));
+      return;
+    }
+    if (size == 4) {
+      SwapWords<uint32_t>(at(a), at(b));
+      return;
+    }
     std::memcpy(temporary, at(a), size);
     std::memcpy(at(a), at(b), size);
     std::memcpy(at(b), temporary, size);
@@ -84,17 +104,24 @@ extern "C" void kt_qsort(void* base, int count, size_t size, void* context,
                          kt_compare_function compare) {
   if (count < 2 || size == 0)
     return;
-  // One temporary element for the exchanges; small elements use the stack.
+  // One temporary element for the exchanges, from the default memory context
+  // (exhaustion raises OUT_OF_MEMORY there); elements up to 256 bytes use
+  // the stack instead, which cannot fail.
   char local[256];
-  char* temporary = size <= sizeof local ? local : static_cast<char*>(ktMallocWithCheck(size));
+  kt_mem_context* memory = nullptr;
+  char* temporary = local;
+  if (size > sizeof local) {
+    memory = ktGetMemoryContext();
+    temporary = static_cast<char*>(kt_mem_alloc(memory, size));
+  }
   Sorter sorter{static_cast<char*>(base), size, context, compare, temporary};
   try {
     sorter.sort(0, count - 1);
   } catch (...) {
-    if (temporary != local)
-      ktFree(temporary);
+    if (memory != nullptr)
+      kt_mem_free(memory, temporary);
     throw;
   }
-  if (temporary != local)
-    ktFree(temporary);
+  if (memory != nullptr)
+    kt_mem_free(memory, temporary);
 }

@@ -101,7 +101,8 @@ TEST(Hash, ScalarsMatchSlowModel) {
 
 TEST(Hash, StringsMatchSlowModel) {
   std::mt19937 rng(2);
-  for (size_t n : {0u, 1u, 7u, 8u, 9u, 63u, 64u, 65u, 255u, 256u, 257u, 1000u, 70000u}) {
+  for (size_t n : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 9u, 11u, 12u, 13u, 15u, 16u, 31u, 63u, 64u,
+                   65u, 255u, 256u, 257u, 1000u, 70000u}) {
     for (int round = 0; round < 4; ++round) {
       std::string s = RandomText(rng, n, true);
       uint32_t seed = rng();
