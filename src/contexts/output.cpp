@@ -70,6 +70,33 @@ int FormatBounded(char* buffer, size_t capacity, const char* format, va_list arg
   return cut ? n : reencoded;
 }
 
+// ktVprintf's first attempt formats into this much stack so that text a
+// little over 1023 bytes is not cut by the C library, whose path for cut
+// text is far slower than for text that fits (about 5 us against 80 ns for
+// 4 KiB). Its outcome is exactly that of formatting into 1023 bytes.
+constexpr int kFirstAttemptScratch = 8192;
+
+// Formats into `scratch` and returns what FormatBounded(scratch, 1023, ...,
+// false) would: the formatter's count, re-encoded only when the text fits.
+// `whole` tells whether the scratch holds all of a text longer than 1022
+// bytes, as the formatter left it.
+int FirstAttempt(char* scratch, const char* format, va_list args, bool* whole) {
+  scratch[0] = '\0';
+  int n = std::vsnprintf(scratch, kFirstAttemptScratch, format, args);
+  *whole = n >= kStackFormatSize && n < kFirstAttemptScratch;
+  if (n < 0 || n >= kStackFormatSize) return n;
+  if (cx::i18n::is_well_formed_utf8(scratch, static_cast<size_t>(n))) return n;
+  if (cx::i18n::is_valid_utf8(scratch, std::strlen(scratch))) return n;
+  return ReencodeFromCodepage(scratch, static_cast<size_t>(kStackFormatSize));
+}
+
+// Hands the text to the output function: 0 when it failed, else `n`.
+int Emit(const char* text, int n) {
+  ktVprintfFunction output = CurrentOutput();
+  int written = output(text, g_outputData.load());
+  return written < 0 ? 0 : n;
+}
+
 }  // namespace
 
 extern "C" {
@@ -114,34 +141,45 @@ int ktSNprintf(char* buffer, size_t capacity, const char* format, ...) {
 }
 
 int ktVprintf(const char* format, va_list args) {
-  char stackBuffer[kStackFormatSize];
+  // Step 1: the first attempt, as if into 1023 bytes.
+  char scratch[kFirstAttemptScratch];
+  va_list copy;
+  va_copy(copy, args);
+  bool whole = false;
+  int n = FirstAttempt(scratch, format, copy, &whole);
+  va_end(copy);
+  if (n < kStackFormatSize)
+    return Emit(scratch, n);
+
+  // Step 2: grow on the heap (never copying the stack text) and format
+  // again until the text fits. When the scratch already holds the whole
+  // text and it is well-formed UTF-8, the next attempt could only
+  // reproduce it, so it is copied instead of formatted.
+  bool scratchHasText =
+      whole && cx::i18n::is_well_formed_utf8(scratch, static_cast<size_t>(n));
   char* heapBuffer = nullptr;
-  char* buffer = stackBuffer;
   int size = kStackFormatSize;
-  int n;
-  for (;;) {
-    buffer[0] = '\0';
-    va_list copy;
-    va_copy(copy, args);
-    n = FormatBounded(buffer, static_cast<size_t>(size), format, copy, false);
-    va_end(copy);
-    if (n < size) break;
+  while (n >= size) {
     int grown = (n >= 2 * size) ? n + 1 : 2 * size;
-    // Only the heap buffer is reallocated; the stack text is not copied
-    // because the next attempt formats anew.
     char* bigger = static_cast<char*>(ktRealloc(heapBuffer, static_cast<size_t>(grown)));
     if (bigger == nullptr) {
       ktFree(heapBuffer);
       throw bedrock::core::except::bad_alloc();
     }
     heapBuffer = bigger;
-    buffer = heapBuffer;
     size = grown;
+    if (scratchHasText) {
+      std::memcpy(heapBuffer, scratch, static_cast<size_t>(n) + 1);
+      break;
+    }
+    heapBuffer[0] = '\0';
+    va_copy(copy, args);
+    n = FormatBounded(heapBuffer, static_cast<size_t>(size), format, copy, false);
+    va_end(copy);
   }
-  ktVprintfFunction output = CurrentOutput();
-  int written = output(buffer, g_outputData.load());
+  int result = Emit(heapBuffer, n);
   ktFree(heapBuffer);
-  return written < 0 ? 0 : n;
+  return result;
 }
 
 int ktPrintf(const char* format, ...) {

@@ -98,7 +98,13 @@ bool is_well_formed_utf8(const char* text, size_t n) {
   const unsigned char* s = reinterpret_cast<const unsigned char*>(text);
   size_t i = 0;
   while (i < n) {
-    // Eight ASCII bytes at a time: the common case.
+    // ASCII runs, the common case: 32 bytes a step while they last, then 8.
+    while (i + 32 <= n) {
+      uint64_t words[4];
+      std::memcpy(words, s + i, 32);
+      if ((words[0] | words[1] | words[2] | words[3]) & 0x8080808080808080ULL) break;
+      i += 32;
+    }
     while (i + 8 <= n) {
       uint64_t word;
       std::memcpy(&word, s + i, 8);
