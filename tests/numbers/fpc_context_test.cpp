@@ -57,9 +57,10 @@ TEST(FpcContext, SmallConversionsUseOnlyTheArena) {
     Fpc fpc;
     long before = live_blocks();
     char buf[32];
+    int decpt, sign;
     for (double x : {1.5, 0.1, 123456.789, 1e22, 3.0e-5}) {
-        kt_g_fmt(&fpc.ctx, x, buf, sizeof buf);
-        kt_strtod(&fpc.ctx, buf, nullptr, nullptr);
+        kt_dtoa(&fpc.ctx, x, buf, sizeof buf, 2, 17, &decpt, &sign, nullptr);
+        kt_strtod(&fpc.ctx, "0.1000000000000000055511151231257827", nullptr, nullptr);
     }
     EXPECT_EQ(live_blocks(), before);
     EXPECT_GT(fpc.ctx.arenaNext, fpc.ctx.arena);
