@@ -10,7 +10,7 @@
 #include <string.h>
 
 #include "internal/fpc_bigint.h"
-#include "internal/fpc_shortest.h"
+#include "internal/fpc_fastpaths.h"
 #include "kt/numbers.h"
 
 using kt::internal::Big;

@@ -3,7 +3,7 @@
 // [2^125, 2^126), split as g1 = g >> 63 and g0 = g mod 2^63, for the decimal
 // exponents k = -324 .. 292 that doubles need. Generated with exact rational
 // arithmetic.
-#include "internal/fpc_shortest.h"
+#include "internal/fpc_fastpaths.h"
 
 namespace kt {
 namespace internal {

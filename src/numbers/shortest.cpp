@@ -11,7 +11,7 @@
 // the nearer of the two, ties to even.
 #include <string.h>
 
-#include "internal/fpc_shortest.h"
+#include "internal/fpc_fastpaths.h"
 
 namespace kt {
 namespace internal {
