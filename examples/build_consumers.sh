@@ -24,5 +24,10 @@ export PKG_CONFIG_PATH="$libdir/pkgconfig"
 g++ -std=c++17 -o "$work/kt_consumer_pc" "$here/consumer/main.cpp" $(pkg-config --cflags --libs libkt)
 LD_LIBRARY_PATH="$libdir" "$work/kt_consumer_pc"
 
+# The example host: own record, throw hook, message table, warnings.
+cmake -S "$here/host" -B "$work/host" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$work/host" >/dev/null
+LD_LIBRARY_PATH="$libdir" "$work/host/kt_host"
+
 LD_LIBRARY_PATH="$libdir" "$prefix/bin/kt" --version
-echo "example consumers: find_package and pkg-config builds ran"
+echo "example consumers: find_package and pkg-config builds and the example host ran"

@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-  g++ cmake ninja-build pkg-config binutils coreutils file
+  g++ cmake ninja-build pkg-config binutils coreutils file gzip python3
   libgtest-dev libgmock-dev libbenchmark-dev
   libboost-log1.74-dev libboost-thread1.74-dev libboost-system1.74-dev
   libboost-filesystem1.74-dev libboost-iostreams1.74-dev

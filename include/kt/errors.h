@@ -60,7 +60,8 @@ struct _error_context {
     kt_message_context* messageContext;  /* prints and identifies messages */
     kt_putsn_function output;            /* receives printed errors */
     void* outputData;
-    kt_error_output_query outputQuery;   /* initially: ktPrintfIsHot() */
+    kt_error_output_query outputQuery;   /* initially: ktPrintfIsHot(); kept for
+                                            hosts, the library does not ask it */
     kt_error_handler_function handler;   /* initially kt_error_exit_function */
     void* handlerData;                   /* initially null */
 };

@@ -152,8 +152,9 @@ KT_API int kt_remove_primary_message_table(int* status, kt_message_context* cont
 
 /*
  * Adds the translations of `table` under `language` (found ignoring case,
- * appended when new; null counts as ""). Returns as the primary
- * registration, with *status in 2..5, 9..12, 14.
+ * appended when new, even if the table is then refused; null counts as
+ * ""). The modules are all checked before any is stored. Returns as the
+ * primary registration, with *status in 2..5, 9..12, 14.
  */
 KT_API int kt_add_language(int* status, kt_message_context* context, const char* language,
                            const kt_language_table* table, kt_reallocate_function reallocate);
@@ -224,12 +225,7 @@ KT_API int kt_print_message_context_error(kt_message_context* context,
  */
 KT_API char* kt_make_message_identifier(char* buffer, kt_message_context* context, int code);
 
-/*
- * 1 when `identifier` has the form "COMPONENT:MNEMONIC" (each part one or
- * more letters, digits or '_', joined by one ':', the whole shorter than
- * 2048 bytes), such as "ZENTRA:OUT_OF_MEMORY"; else 0. Null gives 0.
- */
-KT_API int ktIsValidMessageIdentifier(const char* identifier);
+/* Identifiers are checked with ktIsValidMessageIdentifier (kt/warnings.h). */
 
 KT_EXTERN_C_END
 

@@ -3,7 +3,6 @@
 #include "kt/errors.h"
 
 #include <cxxabi.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "kt/logging.h"
 #include "kt/memory.h"
 #include "kt/messages.h"
 #include "kt/output.h"
@@ -249,12 +249,16 @@ namespace {
 void ReportExit(int status, const char* format, va_list args) {
   char name[4096];
   name[0] = '\0';
-  // CurrentExecutableName is a stub that writes nothing on this platform.
-  int pid = static_cast<int>(getpid());
+  if (Quivera::System::CurrentExecutableName(name, sizeof name) == 0) name[0] = '\0';
+  int pid = Quivera::System::CurrentProcessId();
   char sentence[1024];
   if (ktSNprintf(sentence, sizeof sentence, kExitSentence, format, pid, name, status, status) == -1)
     return;
-  ktVprintf(sentence, args);
+  // The sentence becomes the format: the caller's conversions lead it and
+  // take the caller's arguments. A "%" in the executable name would be
+  // read as a conversion too; accepted as it always was.
+  Quivera::System::vreportsf(Quivera::System::Level(Quivera::System::Level::Severe), sentence,
+                             args);
 }
 
 }  // namespace

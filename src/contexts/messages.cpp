@@ -4,6 +4,7 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -293,10 +294,44 @@ struct Emitter {
   }
 };
 
+// snprintf of one value with the '*' widths that precede it in `spec`.
+template <class T>
+void PrintValue(char* slot, const char* spec, const int* stars, int starCount, T value) {
+  if (starCount == 0) {
+    std::snprintf(slot, kHoleTextSize, spec, value);
+  } else if (starCount == 1) {
+    std::snprintf(slot, kHoleTextSize, spec, stars[0], value);
+  } else {
+    std::snprintf(slot, kHoleTextSize, spec, stars[0], stars[1], value);
+  }
+}
+
+// What "%d" (or "%u") prints for `v`, without going through snprintf.
+void PlainDecimal(char* slot, long long v) {
+  char digits[24];
+  int n = 0;
+  unsigned long long u = v < 0 ? 0ULL - static_cast<unsigned long long>(v)
+                                : static_cast<unsigned long long>(v);
+  do {
+    digits[n++] = static_cast<char>('0' + u % 10);
+    u /= 10;
+  } while (u != 0);
+  if (v < 0) *slot++ = '-';
+  while (n > 0) *slot++ = digits[--n];
+  *slot = '\0';
+}
+
 // Formats the argument of one numeric or character conversion `spec`
 // (such as "%-8.3lf") into `slot`, consuming it (and any '*' widths) from
 // `args`.
 void FormatHole(char* slot, const char* spec, char letter, va_list* args) {
+  if (spec[2] == '\0' && (letter == 'd' || letter == 'i' || letter == 'u')) {
+    // The plain forms are by far the most common holes: convert directly.
+    long long v = letter == 'u' ? static_cast<long long>(va_arg(*args, unsigned))
+                                : static_cast<long long>(va_arg(*args, int));
+    PlainDecimal(slot, v);
+    return;
+  }
   int stars[2] = {0, 0};
   int starCount = 0;
   for (const char* p = spec; *p; ++p) {
@@ -310,10 +345,6 @@ void FormatHole(char* slot, const char* spec, char letter, va_list* args) {
                                 std::strchr(spec, 't') != nullptr);
   bool floating = std::strchr("feEgG", letter) != nullptr;
   bool isUnsigned = std::strchr("uoxX", letter) != nullptr;
-#define KT_HOLE_PRINT(value)                                                        \
-  (starCount == 0   ? std::snprintf(slot, kHoleTextSize, spec, value)               \
-   : starCount == 1 ? std::snprintf(slot, kHoleTextSize, spec, stars[0], value)     \
-                    : std::snprintf(slot, kHoleTextSize, spec, stars[0], stars[1], value))
   slot[0] = '\0';
   if (letter == 'n') {
     // A count conversion writes nothing into a message; its pointer is
@@ -321,33 +352,33 @@ void FormatHole(char* slot, const char* spec, char letter, va_list* args) {
     (void)va_arg(*args, void*);
   } else if (floating && longDouble) {
     long double v = va_arg(*args, long double);
-    KT_HOLE_PRINT(v);
+    PrintValue(slot, spec, stars, starCount, v);
   } else if (floating) {
     double v = va_arg(*args, double);
-    KT_HOLE_PRINT(v);
+    PrintValue(slot, spec, stars, starCount, v);
   } else if (letter == 'p') {
     void* v = va_arg(*args, void*);
-    KT_HOLE_PRINT(v);
+    PrintValue(slot, spec, stars, starCount, v);
   } else if (isLongLong) {
     long long v = va_arg(*args, long long);
-    KT_HOLE_PRINT(v);
+    PrintValue(slot, spec, stars, starCount, v);
   } else if (isLong) {
     long v = va_arg(*args, long);
-    KT_HOLE_PRINT(v);
+    PrintValue(slot, spec, stars, starCount, v);
   } else if (isUnsigned) {
     unsigned v = va_arg(*args, unsigned);
-    KT_HOLE_PRINT(v);
+    PrintValue(slot, spec, stars, starCount, v);
   } else {
     int v = va_arg(*args, int);
-    KT_HOLE_PRINT(v);
+    PrintValue(slot, spec, stars, starCount, v);
   }
-#undef KT_HOLE_PRINT
 }
 
 // Step 1 of printing: walks the English conversions in order and records
 // each hole, consuming the arguments.
 void CollectHoles(const char* english, va_list* args, Hole* holes, char* holeText) {
-  std::string spec;
+  char shortSpec[32];
+  std::string longSpec;
   int h = 0;
   for (long i = 0; english[i] != '\0'; ++i) {
     if (english[i] != '%') continue;
@@ -360,8 +391,16 @@ void CollectHoles(const char* english, va_list* args, Hole* holes, char* holeTex
       holes[h++] = {kCallback, nullptr, va_arg(*args, const kt_percent_u_argument*)};
     } else if (letter != '%') {
       char* slot = holeText + static_cast<size_t>(h) * kHoleTextSize;
-      spec.assign(english + i, static_cast<size_t>(end - i + 1));
-      FormatHole(slot, spec.c_str(), letter, args);
+      size_t length = static_cast<size_t>(end - i + 1);
+      const char* spec = shortSpec;
+      if (length < sizeof shortSpec) {
+        std::memcpy(shortSpec, english + i, length);
+        shortSpec[length] = '\0';
+      } else {
+        longSpec.assign(english + i, length);
+        spec = longSpec.c_str();
+      }
+      FormatHole(slot, spec, letter, args);
       holes[h++] = {kFormatted, slot, nullptr};
     }
     i = end;
@@ -390,8 +429,10 @@ void PrintEnglish(Emitter* out, const char* text, const Hole* holes) {
   out->Write(text + start, std::strlen(text + start));
 }
 
-// Step 2, translation: "%n" prints hole n, "%%" prints "%".
-void PrintTranslation(Emitter* out, const char* text, const Hole* holes) {
+// Step 2, translation: "%n" prints hole n, "%%" prints "%". A number
+// beyond the English holes (possible only when the English table was
+// replaced after the translation was checked) prints nothing.
+void PrintTranslation(Emitter* out, const char* text, const Hole* holes, int holeCount) {
   long start = 0;
   for (long i = 0; text[i] != '\0'; ++i) {
     if (text[i] != '%') continue;
@@ -402,9 +443,11 @@ void PrintTranslation(Emitter* out, const char* text, const Hole* holes) {
       ++i;
     } else {
       long number = 0;
-      for (++i; text[i] >= '0' && text[i] <= '9'; ++i) number = number * 10 + (text[i] - '0');
+      for (++i; text[i] >= '0' && text[i] <= '9'; ++i) {
+        if (number < 100000) number = number * 10 + (text[i] - '0');
+      }
       --i;
-      ok = PrintHole(out, holes[number - 1]);
+      ok = number >= 1 && number <= holeCount ? PrintHole(out, holes[number - 1]) : true;
     }
     if (!ok) return;
     start = i + 1;
@@ -549,6 +592,7 @@ int kt_add_primary_message_table(int* status, kt_message_context* context,
                                  const kt_message_table* table,
                                  kt_reallocate_function reallocate) {
   int module = table->module;
+  *status = 0;
   if (module < 0 || module > kMaxModule || table->count < 0 || table->count > 0xFFFE) {
     *status = KT_WRONG_CODE;
     return CodeOf(module < 0 || module > kMaxModule ? kMaxModule : module, 0xFFFF);
@@ -608,18 +652,17 @@ int kt_add_language(int* status, kt_message_context* context, const char* langua
   const char* name = language ? language : "";
   *status = 0;
   int lang = FindLanguage(context, name);
-  // Everything is checked before the language is appended or any module
-  // stored, so a rejected table leaves the context as it was.
-  int probe = lang >= 0 ? lang : context->languageCount;
-  for (int k = 0; table->modules[k] >= 0; ++k) {
-    int module = table->modules[k];
-    int failed = ValidateLanguageModule(status, context, probe, module, &table->tables[k]);
-    if (failed != 0) return failed;
-  }
   if (lang < 0) lang = AppendLanguage(context, name, reallocate);
   if (lang < 0) {
     *status = KT_NO_MEMORY_FOR_MESSAGE_CONTEXT;
     return -1;
+  }
+  // The language is known from here on, even if its table is refused; the
+  // modules are all checked before any is stored.
+  for (int k = 0; table->modules[k] >= 0; ++k) {
+    int module = table->modules[k];
+    int failed = ValidateLanguageModule(status, context, lang, module, &table->tables[k]);
+    if (failed != 0) return failed;
   }
   for (int k = 0; table->modules[k] >= 0; ++k) {
     int module = table->modules[k];
@@ -682,7 +725,7 @@ int kt_vprintm(kt_message_context* context, kt_putsn_function putsn, void* data,
   Located at;
   if (!Locate(context, code, &at)) return PrintBadCode(context, putsn, data, code);
   const char* english = EnglishText(context, at);
-  int holeCount = CountHoles(english);
+  int holeCount = context->modules[at.module].holes;  // most of any text of the module
   // Most messages have a handful of holes: keep them on the stack.
   constexpr int kStackHoles = 8;
   Hole stackHoles[kStackHoles];
@@ -704,7 +747,7 @@ int kt_vprintm(kt_message_context* context, kt_putsn_function putsn, void* data,
   Emitter out = {putsn, data, 0, false, 0};
   const char* translated = TranslatedText(context, at);
   if (translated != nullptr) {
-    PrintTranslation(&out, translated, holes);
+    PrintTranslation(&out, translated, holes, CountHoles(english));
   } else {
     PrintEnglish(&out, english, holes);
   }
@@ -768,13 +811,21 @@ void kt_handle_message_context_error(kt_message_context* /*context*/,
 
 int kt_print_message_context_error(kt_message_context* context, kt_putsn_function putsn,
                                    void* data, int result, int status) {
+  int code = KT_NO_MEMORY_FOR_MESSAGE_CONTEXT, module = 0, entry = 0;
+  if (result >= 0)
+    code = ExplainArguments(result, status, &module, &entry);
   int n;
-  if (result < 0) {
-    n = kt_printm(context, putsn, data, KT_NO_MEMORY_FOR_MESSAGE_CONTEXT);
-  } else {
-    int module, entry;
-    int code = ExplainArguments(result, status, &module, &entry);
+  Located own;
+  if (Locate(context, code, &own)) {
     n = kt_printm(context, putsn, data, code, module, entry);
+  } else {
+    // A context whose own initialisation failed has no module-0 table to
+    // print from, yet that is exactly when an explanation is needed: use
+    // the built-in English text.
+    char text[256];
+    const char* format = kModule0Texts[(code & 0xFFFF) - 1];
+    n = std::snprintf(text, sizeof text, format, module, entry);
+    n = n < 0 ? n : putsn(data, text, std::min(n, static_cast<int>(sizeof text) - 1));
   }
   if (n < 0) return n;
   int r = putsn(data, "\n", 1);
@@ -785,21 +836,6 @@ char* kt_make_message_identifier(char* buffer, kt_message_context* context, int 
   const char* mnemonic = kt_get_message_mnemonic(context, code);
   std::snprintf(buffer, 2048, "ZENTRA:%s", mnemonic ? mnemonic : "BAD_MSG_CODE");
   return buffer;
-}
-
-int ktIsValidMessageIdentifier(const char* identifier) {
-  if (identifier == nullptr) return 0;
-  auto word = [](char ch) {
-    return (ch >= 'A' && ch <= 'Z') || (ch >= 'a' && ch <= 'z') || (ch >= '0' && ch <= '9') ||
-           ch == '_';
-  };
-  size_t length = std::strlen(identifier);
-  const char* colon = std::strchr(identifier, ':');
-  if (length >= 2048 || colon == nullptr || colon == identifier || colon[1] == '\0') return 0;
-  for (const char* p = identifier; *p; ++p) {
-    if (p != colon && !word(*p)) return 0;
-  }
-  return 1;
 }
 
 }  // extern "C"

@@ -49,6 +49,27 @@ int ReencodeFromCodepage(char* buffer, size_t capacity) {
   return static_cast<int>(utf8.size() > INT_MAX ? INT_MAX : utf8.size());
 }
 
+// ktVSNprintf. With `fixCutText` false, a cut text is returned as the
+// formatter left it: ktVprintf formats again in a larger buffer then, and
+// the result is the same either way.
+int FormatBounded(char* buffer, size_t capacity, const char* format, va_list args,
+                  bool fixCutText) {
+  int n = std::vsnprintf(buffer, capacity, format, args);
+  if (n == -1 || capacity == 0) return n;
+  // The capacity is compared as a 32-bit signed number, as it always was.
+  bool cut = static_cast<int>(capacity) <= n;
+  if (cut) {
+    buffer[capacity - 1] = '\0';
+    if (!fixCutText) return n;
+  }
+  // The check is of the NUL-terminated text. When all `n` bytes are well
+  // formed, so is the text up to any NUL among them: skip the strlen.
+  if (!cut && cx::i18n::is_well_formed_utf8(buffer, static_cast<size_t>(n))) return n;
+  if (cx::i18n::is_valid_utf8(buffer, std::strlen(buffer))) return n;
+  int reencoded = ReencodeFromCodepage(buffer, capacity);
+  return cut ? n : reencoded;
+}
+
 }  // namespace
 
 extern "C" {
@@ -81,14 +102,7 @@ int fpts(FILE* stream, const char* text) {
 }
 
 int ktVSNprintf(char* buffer, size_t capacity, const char* format, va_list args) {
-  int n = std::vsnprintf(buffer, capacity, format, args);
-  if (n == -1 || capacity == 0) return n;
-  // The capacity is compared as a 32-bit signed number, as it always was.
-  bool cut = static_cast<int>(capacity) <= n;
-  if (cut) buffer[capacity - 1] = '\0';
-  if (cx::i18n::is_valid_utf8(buffer, std::strlen(buffer))) return n;
-  int reencoded = ReencodeFromCodepage(buffer, capacity);
-  return cut ? n : reencoded;
+  return FormatBounded(buffer, capacity, format, args, true);
 }
 
 int ktSNprintf(char* buffer, size_t capacity, const char* format, ...) {
@@ -109,7 +123,7 @@ int ktVprintf(const char* format, va_list args) {
     buffer[0] = '\0';
     va_list copy;
     va_copy(copy, args);
-    n = ktVSNprintf(buffer, static_cast<size_t>(size), format, copy);
+    n = FormatBounded(buffer, static_cast<size_t>(size), format, copy, false);
     va_end(copy);
     if (n < size) break;
     int grown = (n >= 2 * size) ? n + 1 : 2 * size;

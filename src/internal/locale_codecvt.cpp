@@ -5,6 +5,7 @@
 #include <locale.h>
 
 #include <climits>
+#include <cstdint>
 #include <cstring>
 #include <mutex>
 
@@ -90,7 +91,53 @@ std::string ustring_to_utf8(const char16_t* text, size_t length) {
   return out;
 }
 
+// Well-formed UTF-8 by the Unicode definition (no overlong forms, no
+// surrogates, nothing above U+10FFFF). It never calls invalid text valid,
+// so ICU only has to confirm the rare negative answers.
+bool is_well_formed_utf8(const char* text, size_t n) {
+  const unsigned char* s = reinterpret_cast<const unsigned char*>(text);
+  size_t i = 0;
+  while (i < n) {
+    // Eight ASCII bytes at a time: the common case.
+    while (i + 8 <= n) {
+      uint64_t word;
+      std::memcpy(&word, s + i, 8);
+      if (word & 0x8080808080808080ULL) break;
+      i += 8;
+    }
+    if (i >= n) break;
+    unsigned char c = s[i];
+    if (c < 0x80) {
+      ++i;
+      continue;
+    }
+    size_t extra;
+    unsigned char lo = 0x80, hi = 0xBF;
+    if (c >= 0xC2 && c <= 0xDF) {
+      extra = 1;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+      extra = 2;
+      if (c == 0xE0) lo = 0xA0;
+      if (c == 0xED) hi = 0x9F;
+    } else if (c >= 0xF0 && c <= 0xF4) {
+      extra = 3;
+      if (c == 0xF0) lo = 0x90;
+      if (c == 0xF4) hi = 0x8F;
+    } else {
+      return false;
+    }
+    if (extra >= n - i) return false;  // cut short
+    if (s[i + 1] < lo || s[i + 1] > hi) return false;
+    for (size_t k = 2; k <= extra; ++k) {
+      if ((s[i + k] & 0xC0) != 0x80) return false;
+    }
+    i += extra + 1;
+  }
+  return true;
+}
+
 bool is_valid_utf8(const char* text, size_t length) {
+  if (is_well_formed_utf8(text, length)) return true;
   if (length > static_cast<size_t>(INT32_MAX)) return false;
   int32_t needed = 0;
   UErrorCode status = U_ZERO_ERROR;

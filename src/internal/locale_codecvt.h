@@ -44,6 +44,11 @@ inline std::string ustring_to_utf8(const cx::ustring& text) {
 // u_strFromUTF8 in measuring mode does not report an invalid character).
 bool is_valid_utf8(const char* text, size_t length);
 
+// Well-formed UTF-8 by the Unicode definition (no overlong forms, no
+// surrogates, nothing above U+10FFFF), checked without ICU. Never true for
+// text that is_valid_utf8 rejects; is_valid_utf8 uses it as a fast path.
+bool is_well_formed_utf8(const char* text, size_t length);
+
 }  // namespace cx::i18n
 
 #endif  // KT_INTERNAL_LOCALE_CODECVT_H

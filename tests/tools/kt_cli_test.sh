@@ -48,7 +48,9 @@ grep -q '\.: Is a directory' err || fail "no message naming the directory: $(cat
 "$KT_TOOL" --version | grep -q '^kt (libkt) [0-9]' || fail "--version"
 "$KT_TOOL" --help | grep -q 'crc32' || fail "--help lists commands"
 "$KT_TOOL" no-such-command 2>/dev/null; [ $? -eq 2 ] || fail "unknown command status"
-"$KT_TOOL" >/dev/null || fail "default action"
+demo=$("$KT_TOOL") || fail "default action"
+grep -q 'caught ZENTRA:FILE_NOT_READABLE' <<<"$demo" || fail "demo: the host's error was not caught"
+grep -q 'Demo:deprecatedOption is error' <<<"$demo" || fail "demo: warning not switched to error"
 
 # Large inputs are streamed: 512 MiB under a 256 MiB address-space limit
 # (only without sanitizers, whose shadow memory needs the address space).

@@ -9,7 +9,7 @@ namespace kttool {
 namespace {
 
 const Command kCommands[] = {
-    {"demo", "", "walk through the library on built-in inputs (the default)", RunDemo},
+    {"demo", "", "a host's start-up and checksums on built-in inputs (the default)", RunDemo},
     {"crc32", "[FILE...]", "print the CRC-32 of each FILE (or standard input)", RunCrc32},
     {"md5", "[FILE...]", "print the MD5 digest of each FILE (or standard input)", RunMd5},
     {"fmt", "NUMBER...", "print each NUMBER in the shortest text that reads back to it", RunFmt},
@@ -23,7 +23,10 @@ void PrintHelp() {
   for (const Command& c : kCommands) {
     char head[64];
     std::snprintf(head, sizeof head, "%s %s", c.name, c.usage);
-    std::printf("  %-22s %s\n", head, c.summary);
+    if (std::strlen(head) > 22)
+      std::printf("  %s\n  %-22s %s\n", head, "", c.summary);
+    else
+      std::printf("  %-22s %s\n", head, c.summary);
   }
   std::printf("\nWith no command, kt runs `demo`. A FILE of - means standard input.\n"
               "Options: --help, --version\n");

@@ -1,0 +1,126 @@
+// Per-context slot store: typed state that belongs to one running product
+// context (the current warning manager, the interrupt state, the signal
+// thread record, saved counters...).
+//
+// Three scopes exist:
+//   - the default context, one per process;
+//   - one store per virtual-machine context, active on a thread between
+//     EnterVmContext and LeaveVmContext (nestable);
+//   - one store per thread.
+// CurrentContextStore() is the innermost active virtual-machine context's
+// store on this thread, or the default one when none is active.
+//
+// Slots are keyed by type: Find<T>, FindOrInsert<T>, Insert<T>. A slot
+// lives until its store is destroyed (process end, thread end, or the end
+// of the VmContext), and its address is stable until then. Stores lock
+// internally; the values they hold do their own synchronisation.
+#ifndef KT_INTERNAL_SLOT_STORE_H
+#define KT_INTERNAL_SLOT_STORE_H
+
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace kt::internal {
+
+class SlotStore {
+public:
+  SlotStore() = default;
+  ~SlotStore();
+  SlotStore(const SlotStore&) = delete;
+  SlotStore& operator=(const SlotStore&) = delete;
+
+  // The slot of type T, or null when there is none.
+  template <class T>
+  T* Find() {
+    return static_cast<T*>(FindRaw(KeyOf<T>()));
+  }
+
+  // The slot of type T, constructed from `args` if there is none yet. The
+  // construction runs under the store's lock: T's constructor must not use
+  // the same store.
+  template <class T, class... Args>
+  T& FindOrInsert(Args&&... args) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (void* found = FindLocked(KeyOf<T>()))
+      return *static_cast<T*>(found);
+    T* made = new T(std::forward<Args>(args)...);
+    AddLocked(KeyOf<T>(), made, &Destroy<T>);
+    return *made;
+  }
+
+  // A new slot of type T, replacing (and destroying) any existing one.
+  template <class T, class... Args>
+  T& Insert(Args&&... args) {
+    T* made = new T(std::forward<Args>(args)...);
+    ReplaceRaw(KeyOf<T>(), made, &Destroy<T>);
+    return *made;
+  }
+
+  // Number of slots, for tests and diagnostics.
+  size_t Size();
+
+private:
+  using Key = const void*;
+  using Deleter = void (*)(void*);
+  struct Slot {
+    Key key;
+    void* value;
+    Deleter destroy;
+  };
+
+  template <class T>
+  static Key KeyOf() {
+    static const char tag = 0;
+    return &tag;
+  }
+  template <class T>
+  static void Destroy(void* value) {
+    delete static_cast<T*>(value);
+  }
+
+  void* FindRaw(Key key);
+  void* FindLocked(Key key);
+  void AddLocked(Key key, void* value, Deleter destroy);
+  void ReplaceRaw(Key key, void* value, Deleter destroy);
+
+  std::mutex mutex_;
+  std::vector<Slot> slots_;
+};
+
+// A virtual-machine context: owns the store that its threads see as
+// current while they are inside it.
+class VmContext {
+public:
+  SlotStore& store() { return store_; }
+
+private:
+  SlotStore store_;
+};
+
+// Makes `context` the current context of this thread until the matching
+// LeaveVmContext. Entries nest; leaving restores the previous one.
+void EnterVmContext(VmContext* context);
+void LeaveVmContext();
+
+// Enters a context for the lifetime of the guard.
+class VmContextScope {
+public:
+  explicit VmContextScope(VmContext* context) { EnterVmContext(context); }
+  ~VmContextScope() { LeaveVmContext(); }
+  VmContextScope(const VmContextScope&) = delete;
+  VmContextScope& operator=(const VmContextScope&) = delete;
+};
+
+// True while this thread is inside a virtual-machine context: the context
+// that per-thread product state (warning-log factories and the like)
+// requires.
+bool RequiredContextActive();
+
+SlotStore& DefaultContextStore();
+SlotStore& CurrentContextStore();
+SlotStore& ThisThreadStore();
+
+}  // namespace kt::internal
+
+#endif  // KT_INTERNAL_SLOT_STORE_H

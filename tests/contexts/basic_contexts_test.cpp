@@ -1,0 +1,230 @@
+// The basic-contexts record end to end: a host's own record with a
+// throwing hook, fault injection into initialisation, the default record,
+// the error-text buffer rules and the process-wide current record.
+#include "kt/contexts.h"
+
+#include <dlfcn.h>
+
+#include <atomic>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// What a host's throw hook throws.
+struct HostError {
+  std::string identifier;
+  int code;
+  std::string text;
+};
+
+int ThrowHostError(void* data, const char* identifier, int code, const char* text) {
+  ++*static_cast<int*>(data);
+  throw HostError{identifier, code, text};
+}
+
+// A module of our own with one message taking a string hole.
+constexpr int kModule = 40;
+const int kCodes[] = {(kModule << 16) + 1, -1};
+const char* const kMnemonics[] = {"HOST_FAILURE"};
+const char* const kTexts[] = {"Host failure: %s"};
+const kt_message_table kHostTable = {1, kModule, kCodes, kMnemonics, kTexts, "host"};
+
+// Runs `body` with `record` installed, restoring the previous record.
+template <class Body>
+void WithInstalled(ktBasicContexts* record, Body body) {
+  ktBasicContexts* previous = ktInstallBasicContexts(record);
+  try {
+    body();
+  } catch (...) {
+    ktInstallBasicContexts(previous);
+    throw;
+  }
+  ktInstallBasicContexts(previous);
+}
+
+}  // namespace
+
+TEST(BasicContexts, HostRecordTurnsAContainerErrorIntoItsException) {
+  static ktBasicContexts mine;
+  int throws = 0;
+  ASSERT_EQ(ktInitializeBasicContexts(&mine, ThrowHostError, &throws), 0);
+  WithInstalled(&mine, [&] {
+    EXPECT_EQ(ktGetErrorContext(), &mine.errorContext);
+    kt_ghash_table* table = kt_new_ghash_table(ktGetMemoryContext(), nullptr, nullptr, nullptr,
+                                               nullptr, nullptr, nullptr, 8, 8, 0, 8, nullptr,
+                                               7, 1.0f, 2.0f);
+    try {
+      kt_ghash_set_bounds(table, 7, 0.0f, 1.0f);  // raises deep inside the container
+      FAIL() << "the raise returned";
+    } catch (const HostError& e) {
+      EXPECT_EQ(e.identifier, "ZENTRA:HASH_INVALID_LOWER_LOAD_BOUND");
+      EXPECT_EQ(e.code, 0x30001);
+      EXPECT_EQ(e.text,
+                "Internal Error: Load factor lower bound must be greater than or equal to 0.")
+          << "finished text, without the trailing newline";
+    }
+    kt_delete_ghash_table(table);
+  });
+  EXPECT_EQ(throws, 1);
+  EXPECT_NE(ktGetBasicContexts(), &mine);
+  ktClearBasicContexts(&mine);  // leak-free: the sanitizer build checks
+}
+
+TEST(BasicContexts, LongErrorTextsAreCutNeverOverrun) {
+  static ktBasicContexts mine;
+  int throws = 0;
+  ASSERT_EQ(ktInitializeBasicContexts(&mine, ThrowHostError, &throws), 0);
+  kt_mem_add_primary_message_table(&mine.memoryContext, &kHostTable);
+  std::string longText(6000, 'x');
+  try {
+    kt_error(&mine.errorContext, kCodes[0], longText.c_str());
+  } catch (const HostError& e) {
+    EXPECT_EQ(e.identifier, "ZENTRA:HOST_FAILURE");
+    EXPECT_LE(e.text.size(), 4095u);
+    EXPECT_EQ(e.text.compare(0, 14, "Host failure: "), 0);
+    EXPECT_EQ(e.text.find_first_not_of('x', 14), std::string::npos);
+  }
+  EXPECT_EQ(throws, 1);
+  EXPECT_EQ(mine.errorCursor, mine.errorText) << "the buffer is rewound after each error";
+  ktClearBasicContexts(&mine);
+}
+
+// Fault injection: the n-th allocation fails. Every outcome is success, a
+// message-context failure, or OUT_OF_MEMORY, each explained in errorText;
+// clearing the record afterwards releases everything.
+namespace {
+int gFailAt = 0;
+int gCalls = 0;
+void* FailingAllocate(size_t size) { return ++gCalls == gFailAt ? nullptr : std::malloc(size); }
+void* FailingReallocate(void* p, size_t size) {
+  return ++gCalls == gFailAt ? nullptr : std::realloc(p, size);
+}
+}  // namespace
+
+TEST(BasicContexts, FullInitialisationExplainsEveryAllocationFailure) {
+  bool sawOutOfMemory = false, sawSuccess = false;
+  for (gFailAt = 1; gFailAt <= 60; ++gFailAt) {
+    gCalls = 0;
+    auto* record = new ktBasicContexts();
+    int result = ktInitializeBasicContexts_full(
+        record, ThrowHostError, nullptr, FailingAllocate, FailingReallocate, std::free,
+        kt_bputsn, &record->errorCursor, kt_bputsn, &record->errorCursor);
+    std::string text = record->errorText;
+    if (result == 0) {
+      sawSuccess = true;
+    } else if (result == 0x20001) {
+      sawOutOfMemory = true;
+      EXPECT_EQ(text, "Error: Out of memory.\n") << "fail at " << gFailAt;
+    } else {
+      EXPECT_NE(text.find("Insufficient memory"), std::string::npos)
+          << "fail at " << gFailAt << ": result " << result << " text " << text;
+    }
+    ktClearBasicContexts(record);
+    delete record;
+  }
+  EXPECT_TRUE(sawOutOfMemory);
+  EXPECT_TRUE(sawSuccess);
+}
+
+TEST(BasicContexts, ErrorTextTakeAndFinishRules) {
+  static ktBasicContexts mine;
+  ASSERT_EQ(ktInitializeBasicContexts(&mine, ThrowHostError, nullptr), 0);
+  WithInstalled(&mine, [&] {
+    char* first = ktReturnKTErrorString();
+    EXPECT_STREQ(first, "");
+    EXPECT_EQ(mine.errorRoom, 4096u);
+
+    std::string full(4096, 'y');
+    EXPECT_EQ(kt_bputsn(&mine.errorCursor, full.data(), 4096), 4096);
+    EXPECT_EQ(kt_bputsn(&mine.errorCursor, "z", 1), -1) << "nothing beyond the buffer";
+    char* taken = ktReturnKTErrorString();
+    EXPECT_EQ(taken, first);
+    EXPECT_EQ(std::strlen(taken), 4095u) << "the last byte written is dropped";
+
+    kt_bputsn(&mine.errorCursor, "abc\n", 4);
+    EXPECT_STREQ(ktReturnKTErrorString(), "abc");
+    EXPECT_STREQ(ktReturnKTErrorString(), "") << "a second take finds nothing";
+  });
+  ktClearBasicContexts(&mine);
+}
+
+TEST(BasicContexts, InstallReturnsThePreviousRecordExactly) {
+  ktBasicContexts* original = ktGetBasicContexts();
+  ASSERT_NE(original, nullptr);
+  static ktBasicContexts mine;
+  ASSERT_EQ(ktInitializeBasicContexts(&mine, ThrowHostError, nullptr), 0);
+  EXPECT_EQ(ktInstallBasicContexts(&mine), original);
+  EXPECT_EQ(ktGetBasicContexts(), &mine);
+  EXPECT_EQ(ktGetMemoryContext(), &mine.memoryContext);
+  EXPECT_EQ(ktGetNamehashContext(), &mine.namehashContext);
+  EXPECT_EQ(ktGetFpcContext(), &mine.fpcContext);
+  EXPECT_EQ(ktGetWarningContext(), &mine.warningContext);
+  EXPECT_EQ(ktGetMessageContext(), &mine.messageContext);
+  int data = 0;
+  ktInstallBasicThrow(ThrowHostError, &data);
+  EXPECT_EQ(mine.throwData, &data);
+  EXPECT_EQ(ktInstallBasicContexts(original), &mine);
+  ktClearDefaultContexts();  // no effect
+  EXPECT_EQ(ktGetBasicContexts(), original);
+  ktClearBasicContexts(&mine);
+}
+
+TEST(BasicContexts, WarningsReachTheConsoleOutputHook) {
+  static std::string captured;
+  captured.clear();
+  ktVprintfFunction oldOut;
+  void* oldData;
+  ktPrintfHotFunction oldHot;
+  ktGetVprintfCallbacks(&oldOut, &oldData, &oldHot);
+  ktSetVprintfCallbacks([](const char* text, void*) { captured += text; return 0; }, nullptr,
+                        nullptr);
+  static ktBasicContexts mine;
+  ASSERT_EQ(ktInitializeBasicContexts(&mine, ThrowHostError, nullptr), 0);
+  kt_warning_context& w = mine.warningContext;
+  EXPECT_EQ(w.outputFunction(w.outputData, "Warning: x\ntail", 11), 11);
+  EXPECT_EQ(captured, "Warning: x\n");
+  ktSetVprintfCallbacks(oldOut, oldData, oldHot);
+  ktClearBasicContexts(&mine);
+}
+
+TEST(BasicContexts, NamehashAccessorHasOnlyItsCxxName) {
+  EXPECT_EQ(dlsym(RTLD_DEFAULT, "ktGetNamehashContext"), nullptr);
+  EXPECT_NE(dlsym(RTLD_DEFAULT, "_Z20ktGetNamehashContextv"), nullptr);
+  EXPECT_NE(dlsym(RTLD_DEFAULT, "ktGetFpcContext"), nullptr);
+}
+
+TEST(BasicContextsDeathTest, DefaultRecordPrintsAndExitsWithStatusOne) {
+  EXPECT_EXIT(kt_error(ktGetErrorContext(), 0x20001), ::testing::ExitedWithCode(1),
+              "Error: Out of memory.");
+}
+
+TEST(BasicContexts, ConcurrentFirstUseBuildsTheDefaultOnce) {
+  std::vector<std::thread> threads;
+  std::vector<void*> seen(8);
+  std::atomic<bool> go{false};
+  for (int i = 0; i < 8; ++i)
+    threads.emplace_back([&, i] {
+      while (!go) {
+      }
+      switch (i % 4) {
+        case 0: seen[i] = ktGetErrorContext(); break;
+        case 1: seen[i] = reinterpret_cast<char*>(ktGetMemoryContext()) -
+                          offsetof(ktBasicContexts, memoryContext); break;
+        case 2: seen[i] = ktGetBasicContexts(); break;
+        default: seen[i] = reinterpret_cast<char*>(ktGetWarningContext()) -
+                           offsetof(ktBasicContexts, warningContext); break;
+      }
+    });
+  go = true;
+  for (auto& t : threads) t.join();
+  ktBasicContexts* record = ktGetBasicContexts();
+  for (int i = 0; i < 8; ++i) {
+    void* expected = (i % 4 == 0) ? static_cast<void*>(&record->errorContext) : record;
+    EXPECT_EQ(seen[i], expected) << i;
+  }
+}

@@ -1,0 +1,273 @@
+// Console output hook and the formatting entry points in front of it.
+#include "kt/output.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdarg>
+#include <cstring>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+// Captures everything printed through the hook while in scope, and puts
+// the previous hook back afterwards.
+struct Capture {
+  std::string text;
+  int calls = 0;
+  int result = 0;  // what the hook returns
+  ktVprintfFunction oldOutput;
+  void* oldData;
+  ktPrintfHotFunction oldHot;
+
+  static int Hook(const char* t, void* data) {
+    auto* self = static_cast<Capture*>(data);
+    self->text += t;
+    ++self->calls;
+    return self->result;
+  }
+  explicit Capture(ktPrintfHotFunction hot = nullptr) {
+    ktGetVprintfCallbacks(&oldOutput, &oldData, &oldHot);
+    ktSetVprintfCallbacks(Hook, this, hot);
+  }
+  ~Capture() { ktSetVprintfCallbacks(oldOutput, oldData, oldHot); }
+};
+
+bool AlwaysHot(void*) { return true; }
+bool HotWhenDataIsOne(void* data) { return *static_cast<int*>(data) == 1; }
+
+std::string Repeat(char c, size_t n) { return std::string(n, c); }
+
+TEST(Output, NullOutputFunctionFallsBackToDefaultAndIsNotHot) {
+  ktVprintfFunction out0;
+  void* data0;
+  ktPrintfHotFunction hot0;
+  ktGetVprintfCallbacks(&out0, &data0, &hot0);
+  int marker = 7;
+  ktSetVprintfCallbacks(nullptr, &marker, nullptr);
+  ktVprintfFunction out;
+  void* data;
+  ktPrintfHotFunction hot;
+  ktGetVprintfCallbacks(&out, &data, &hot);
+  EXPECT_NE(out, nullptr);
+  EXPECT_EQ(out, out0);  // the default was installed before as well
+  EXPECT_EQ(data, &marker);
+  EXPECT_EQ(hot, nullptr);
+  EXPECT_FALSE(ktPrintfIsHot());
+  ktSetVprintfCallbacks(out0, data0, hot0);
+}
+
+TEST(Output, HotQueryIsAskedWithTheCurrentData) {
+  int one = 1, two = 2;
+  ktVprintfFunction o;
+  void* d;
+  ktPrintfHotFunction h;
+  ktGetVprintfCallbacks(&o, &d, &h);
+  ktSetVprintfCallbacks(nullptr, &one, HotWhenDataIsOne);
+  EXPECT_TRUE(ktPrintfIsHot());
+  ktSetVprintfCallbacks(nullptr, &two, HotWhenDataIsOne);
+  EXPECT_FALSE(ktPrintfIsHot());
+  ktSetVprintfCallbacks(o, d, h);
+}
+
+TEST(Output, SwapReturnsPreviousValuesAndNullStoresDefault) {
+  Capture c(AlwaysHot);
+  ktVprintfFunction out = nullptr;
+  void* data = nullptr;
+  ktPrintfHotFunction hot = nullptr;
+  ktSwapVprintfCallbacks(&out, &data, &hot);
+  EXPECT_EQ(out, &Capture::Hook);  // the caller receives the previous function
+  EXPECT_EQ(data, &c);
+  EXPECT_EQ(hot, &AlwaysHot);
+  ktVprintfFunction now;
+  void* nowData;
+  ktPrintfHotFunction nowHot;
+  ktGetVprintfCallbacks(&now, &nowData, &nowHot);
+  EXPECT_NE(now, nullptr);  // the default, not null
+  EXPECT_EQ(nowData, nullptr);
+  EXPECT_FALSE(ktPrintfIsHot());
+  // Swapping back restores exactly what was there.
+  ktSwapVprintfCallbacks(&out, &data, &hot);
+  EXPECT_EQ(out, now);
+  ktPrintf("x");
+  EXPECT_EQ(c.text, "x");
+  EXPECT_TRUE(ktPrintfIsHot());
+}
+
+// ktPrintf must equal vsnprintf for every length, in particular across the
+// 1022/1023-byte stack limit and the doubling steps above it.
+TEST(Output, PrintfMatchesVsnprintfAcrossGrowthBoundaries) {
+  const size_t lengths[] = {0, 1, 1021, 1022, 1023, 1024, 2045, 2046, 2047, 4095, 4096, 5000, 70000};
+  for (size_t n : lengths) {
+    Capture c;
+    std::string body = Repeat('a', n);
+    int r = ktPrintf("%s", body.c_str());
+    EXPECT_EQ(r, static_cast<int>(n));
+    EXPECT_EQ(c.text, body) << n;
+    EXPECT_EQ(c.calls, 1);  // one piece, whatever the growth
+  }
+}
+
+TEST(Output, RandomFormatsMatchSnprintf) {
+  std::mt19937 rng(12345);
+  for (int round = 0; round < 300; ++round) {
+    int width = static_cast<int>(rng() % 3000);
+    int value = static_cast<int>(rng());
+    double d = static_cast<double>(rng()) / 7.0;
+    char expected[8192];
+    std::snprintf(expected, sizeof expected, "[%*d|%.3f|%x]", width, value, d,
+                  static_cast<unsigned>(value));
+    Capture c;
+    int r = ktPrintf("[%*d|%.3f|%x]", width, value, d, static_cast<unsigned>(value));
+    EXPECT_EQ(r, static_cast<int>(std::strlen(expected)));
+    EXPECT_EQ(c.text, expected);
+  }
+}
+
+TEST(Output, FailingOutputFunctionMakesPrintfReturnZero) {
+  Capture c;
+  c.result = -5;
+  EXPECT_EQ(ktPrintf("abc"), 0);
+  EXPECT_EQ(ktPuts("abc"), -5);  // ktPuts hands the result on
+  c.result = 3;
+  EXPECT_EQ(ktPrintf("abcd"), 4);
+}
+
+TEST(Output, PutsnWritesExactlyLengthBytes) {
+  Capture c;
+  ktPutsn("hello world", 5);
+  ktPutsn("xyz", 0);
+  EXPECT_EQ(c.text, "hello");
+  EXPECT_EQ(c.calls, 2);
+}
+
+TEST(Output, NullStreamsGoToTheHook) {
+  Capture c;
+  fpts(nullptr, "one ");
+  fprntf(nullptr, "%s %d", "two", 3);
+  EXPECT_EQ(c.text, "one two 3");
+}
+
+TEST(Output, StreamFunctionsWriteToTheStream) {
+  Capture c;
+  FILE* f = std::tmpfile();
+  ASSERT_NE(f, nullptr);
+  fpts(f, "a");
+  fprntf(f, "%d", 12);
+  EXPECT_EQ(kt_fputsn(f, "xyzzy", 3), 3);
+  EXPECT_EQ(kt_fputsn(f, "ignored", 0), 0);
+  EXPECT_EQ(kt_fputsn(f, "ignored", -4), 0);
+  std::rewind(f);
+  char buf[64] = {};
+  ASSERT_NE(std::fgets(buf, sizeof buf, f), nullptr);
+  std::fclose(f);
+  EXPECT_STREQ(buf, "a12xyz");
+  EXPECT_EQ(c.text, "");
+}
+
+int CallVSN(char* buf, size_t cap, const char* fmt, ...) {
+  va_list a;
+  va_start(a, fmt);
+  int n = ktVSNprintf(buf, cap, fmt, a);
+  va_end(a);
+  return n;
+}
+
+TEST(Output, VSNprintfCapacityRules) {
+  char buf[16];
+  std::memset(buf, '#', sizeof buf);
+  EXPECT_EQ(CallVSN(buf, 0, "%s", "hello"), 5);
+  EXPECT_EQ(buf[0], '#');  // capacity 0 touches nothing
+  EXPECT_EQ(CallVSN(buf, 4, "%s", "hello"), 5);
+  EXPECT_STREQ(buf, "hel");
+  EXPECT_EQ(CallVSN(buf, 6, "%s", "hello"), 5);
+  EXPECT_STREQ(buf, "hello");
+  EXPECT_EQ(CallVSN(buf, 1, "%s", "hello"), 5);
+  EXPECT_STREQ(buf, "");
+}
+
+TEST(Output, VSNprintfKeepsValidUtf8AndReencodesInvalidText) {
+  char buf[64];
+  const char* utf8 = "caf\xC3\xA9 \xE2\x82\xAC";
+  EXPECT_EQ(CallVSN(buf, sizeof buf, "%s", utf8), static_cast<int>(std::strlen(utf8)));
+  EXPECT_STREQ(buf, utf8);
+  // A lone 0xE9 is not UTF-8: it is read in the locale's code page and
+  // comes back as valid UTF-8 (whatever character that page maps it to).
+  int n = CallVSN(buf, sizeof buf, "caf%c!", 0xE9);
+  EXPECT_EQ(n, static_cast<int>(std::strlen(buf)));
+  EXPECT_EQ(std::string(buf, 3), "caf");
+  EXPECT_EQ(buf[n - 1], '!');
+  for (int i = 0; buf[i]; ++i) EXPECT_NE(static_cast<unsigned char>(buf[i]), 0xE9u);
+}
+
+int CountingPutsn(void* data, const char* text, int length) {
+  static_cast<std::string*>(data)->append(text, static_cast<size_t>(length));
+  return length;
+}
+int NegativePutsn(void*, const char*, int) { return -9; }
+int CollectPuts(const char* text, void* data) {
+  *static_cast<std::string*>(data) += text;
+  return 1;
+}
+
+TEST(Output, AdaptersRoundTrip) {
+  std::string got;
+  kt_putsn_pair inner = {CountingPutsn, &got};
+  kt_puts_pair outer = {kt_putsn_to_puts, &inner};
+  // putsn -> puts -> putsn: the counted text arrives unchanged.
+  EXPECT_EQ(kt_puts_to_putsn(&outer, "abcdef", 4), 4);
+  EXPECT_EQ(got, "abcd");
+  kt_putsn_pair failing = {NegativePutsn, nullptr};
+  EXPECT_EQ(kt_putsn_to_puts("x", &failing), -1);
+  std::string collected;
+  kt_puts_pair direct = {CollectPuts, &collected};
+  EXPECT_EQ(kt_puts_to_putsn(&direct, "zz", 0), 1);
+  EXPECT_EQ(collected, "");
+}
+
+// Printers on several threads while another swaps the hook back and forth
+// (including to null): nothing crashes, and every piece lands in one of
+// the hooks or the default (which is silenced here by printing nothing).
+std::atomic<long> g_counted{0};
+int CountingHook(const char*, void*) {
+  g_counted.fetch_add(1);
+  return 0;
+}
+
+TEST(Output, ConcurrentSwapWhilePrinting) {
+  ktVprintfFunction o;
+  void* d;
+  ktPrintfHotFunction h;
+  ktGetVprintfCallbacks(&o, &d, &h);
+  ktSetVprintfCallbacks(CountingHook, nullptr, nullptr);
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> printers;
+  for (int t = 0; t < 3; ++t) {
+    printers.emplace_back([&] {
+      while (!stop.load()) {
+        ktPrintf("%s", "");  // empty text: the default prints nothing visible
+        ktPuts("");
+        (void)ktPrintfIsHot();
+      }
+    });
+  }
+  for (int i = 0; i < 2000; ++i) {
+    ktVprintfFunction f = (i % 2) ? CountingHook : nullptr;
+    void* data = nullptr;
+    ktPrintfHotFunction hot = (i % 3) ? AlwaysHot : nullptr;
+    ktSwapVprintfCallbacks(&f, &data, &hot);
+  }
+  stop.store(true);
+  for (auto& t : printers) t.join();
+  ktVprintfFunction now;
+  void* nd;
+  ktPrintfHotFunction nh;
+  ktGetVprintfCallbacks(&now, &nd, &nh);
+  EXPECT_NE(now, nullptr);
+  ktSetVprintfCallbacks(o, d, h);
+}
+
+}  // namespace

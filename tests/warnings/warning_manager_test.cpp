@@ -1,0 +1,298 @@
+// The warning manager: statuses against a last-setting-wins model, the
+// "all" stamping, listeners, modes, last-warning records, logging forms.
+#include "kt/warnings.h"
+
+#include <cctype>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <boost/optional/optional_io.hpp>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/counting_contexts.h"
+
+using ::testing::_;
+using ::testing::Eq;
+
+namespace {
+
+class WarningManagerTest : public ::testing::Test {
+protected:
+  void SetUp() override {
+    liveBefore_ = kttest::CountingContexts::LiveBlocks();
+    manager_ = ktNewWarningManager(&contexts_.memory);
+  }
+  void TearDown() override {
+    ktDeleteWarningManager(manager_);
+    EXPECT_EQ(kttest::CountingContexts::LiveBlocks(), liveBefore_) << "leaked blocks";
+    EXPECT_EQ(kttest::CountingContexts::Faults(), 0) << "double or foreign frees";
+  }
+
+  kttest::CountingContexts contexts_;
+  ktWarningManagerContext* manager_ = nullptr;
+  size_t liveBefore_ = 0;
+};
+
+std::string Lower(std::string s) {
+  for (auto& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return s;
+}
+
+// The intended meaning of the stamps: the most recent setting wins,
+// between an identifier's own and the "all" one.
+struct StatusModel {
+  struct Setting {
+    long time;
+    int status;
+  };
+  Setting all{0, KT_WARNING_ON};
+  std::map<std::string, Setting> own;
+  long clock = 0;
+
+  void Set(const std::string& id, int status) {
+    ++clock;
+    if (Lower(id) == "all")
+      all = {clock, status};
+    else
+      own[Lower(id)] = {clock, status};
+  }
+  int Get(const std::string& id) const {
+    auto it = own.find(Lower(id));
+    if (it == own.end() || it->second.time < all.time)
+      return all.status;
+    return it->second.status;
+  }
+};
+
+}  // namespace
+
+TEST_F(WarningManagerTest, FreshManagerHasEverythingOn) {
+  EXPECT_EQ(ktGetWarningStatus(manager_, "Foo:bar"), KT_WARNING_ON);
+  EXPECT_EQ(ktGetWarningStatus(manager_, nullptr), KT_WARNING_ON);
+  EXPECT_EQ(ktCountWarningsInWarningManager(manager_), 0u);
+  EXPECT_FALSE(ktIsWarningModeOn(manager_, 0));
+  EXPECT_TRUE(ktIsWarningModeOn(manager_, 4));
+  EXPECT_EQ(ktGetWarningLog(manager_), nullptr);
+}
+
+TEST_F(WarningManagerTest, KnownSequencesOfIdentifierAndAllSettings) {
+  ktSetWarningStatus(manager_, "all", KT_WARNING_OFF);
+  ktSetWarningStatus(manager_, "Foo:bar", KT_WARNING_ON);
+  EXPECT_EQ(ktGetWarningStatus(manager_, "Foo:bar"), KT_WARNING_ON);
+  EXPECT_EQ(ktGetWarningStatus(manager_, "foo:BAR"), KT_WARNING_ON) << "case-insensitive";
+  EXPECT_EQ(ktGetWarningStatus(manager_, "Other:one"), KT_WARNING_OFF);
+  ktSetWarningStatus(manager_, "ALL", KT_WARNING_ON);
+  EXPECT_EQ(ktGetWarningStatus(manager_, "Foo:bar"), KT_WARNING_ON);
+  ktSetWarningStatus(manager_, "all", KT_WARNING_OFF);
+  EXPECT_EQ(ktGetWarningStatus(manager_, "Foo:bar"), KT_WARNING_OFF) << "the later all wins";
+
+  ktSetWarningStatus(manager_, "Baz:qux", KT_WARNING_ERROR);
+  EXPECT_EQ(ktGetWarningStatus(manager_, "Baz:qux"), KT_WARNING_ERROR);
+  ktSetWarningStatus(manager_, "all", KT_WARNING_ON);
+  EXPECT_EQ(ktGetWarningStatus(manager_, "Baz:qux"), KT_WARNING_ON);
+  ktSetWarningStatus(manager_, "all", KT_WARNING_ERROR);
+  EXPECT_EQ(ktGetWarningStatus(manager_, "Never:set"), KT_WARNING_ERROR);
+  EXPECT_EQ(ktCountWarningsInWarningManager(manager_), 2u) << "all is not a record";
+}
+
+TEST_F(WarningManagerTest, RandomSettingsMatchTheLastSettingWinsModel) {
+  const std::vector<std::string> ids = {"A:x", "a:X", "B:y", "C:z", "D:w", "all", "ALL", "All"};
+  std::mt19937 rng(11);
+  StatusModel model;
+  for (int step = 0; step < 20000; ++step) {
+    const std::string& id = ids[rng() % ids.size()];
+    int status = static_cast<int>(rng() % 3);
+    ktSetWarningStatus(manager_, id.c_str(), status);
+    model.Set(id, status);
+    for (const char* probe : {"A:x", "B:y", "C:z", "D:w", "E:never"})
+      ASSERT_EQ(ktGetWarningStatus(manager_, probe), model.Get(probe))
+          << "step " << step << " probe " << probe;
+  }
+  EXPECT_EQ(ktCountWarningsInWarningManager(manager_), model.own.size());
+
+  // Iteration reports each record with the same effective status.
+  std::map<std::string, int> seen;
+  ktIterateOverWarningStatuses(manager_, &seen, [](void* data, const char* id, int status) {
+    (*static_cast<std::map<std::string, int>*>(data))[Lower(id)] = status;
+  });
+  ASSERT_EQ(seen.size(), model.own.size());
+  for (const auto& [id, status] : seen)
+    EXPECT_EQ(status, model.Get(id)) << id;
+}
+
+TEST_F(WarningManagerTest, ListenersAreKeyedByFunctionAndData) {
+  struct Call {
+    void* data;
+    std::string id;
+    int status;
+  };
+  static std::vector<Call> calls;
+  calls.clear();
+  auto record = [](void* data, const char* id, int status) { calls.push_back({data, id, status}); };
+  int a = 0, b = 0;
+  ktAddWarningStatusListener(manager_, record, &a);
+  ktAddWarningStatusListener(manager_, record, &a);  // same pair: once
+  ktAddWarningStatusListener(manager_, record, &b);
+  ktSetWarningStatus(manager_, "all", KT_WARNING_ERROR);
+  ASSERT_EQ(calls.size(), 2u);
+  EXPECT_EQ(calls[0].id, "all");
+  EXPECT_EQ(calls[0].status, KT_WARNING_ERROR);
+
+  EXPECT_EQ(ktRemoveWarningStatusListener(manager_, record, &a), 1);
+  EXPECT_EQ(ktRemoveWarningStatusListener(manager_, record, &a), 0);
+  calls.clear();
+  ktSetWarningStatus(manager_, "X:y", KT_WARNING_OFF);
+  ASSERT_EQ(calls.size(), 1u);
+  EXPECT_EQ(calls[0].data, &b);
+  EXPECT_EQ(calls[0].id, "X:y");
+}
+
+TEST_F(WarningManagerTest, ModesHookAndRange) {
+  static unsigned hookValue = 99;
+  ktSetWarningModeHook(manager_, [](unsigned v) { hookValue = v; });
+  ktSetWarningMode(manager_, 0, 7);
+  EXPECT_EQ(hookValue, 7u);
+  EXPECT_FALSE(ktIsWarningModeOn(manager_, 0)) << "only exactly 1 is on";
+  ktSetWarningMode(manager_, 0, 1);
+  EXPECT_TRUE(ktIsWarningModeOn(manager_, 0));
+  ktSetWarningMode(manager_, 3, 1);
+  EXPECT_EQ(hookValue, 1u) << "only mode 0 calls the hook";
+  ktSetWarningMode(manager_, 5, 1);
+  ktSetWarningMode(manager_, -1, 1);
+  EXPECT_FALSE(ktIsWarningModeOn(manager_, 5));
+  EXPECT_FALSE(ktIsWarningModeOn(manager_, -1));
+}
+
+TEST_F(WarningManagerTest, LoggingRecordsTheMessageUnlessModeFourIsOff) {
+  int callbacks = 0;
+  ktSetWarningCallbackFcn(manager_, [&] { ++callbacks; });
+  ktLogWarning(manager_, "Foo:bar", u"fmt %d", nullptr, u"fmt 42", false);
+  std::string id;
+  cx::ustring message;
+  ktGetLastWarningMsg(manager_, id, message);
+  EXPECT_EQ(id, "Foo:bar");
+  EXPECT_EQ(message, u"fmt 42") << "the formatted text is stored, not the format";
+  EXPECT_EQ(callbacks, 1);
+
+  ktSetWarningMode(manager_, 4, 0);
+  ktLogWarning(manager_, "Other:one", u"", nullptr, u"later", false);
+  ktGetLastWarningMsg(manager_, id, message);
+  EXPECT_EQ(id, "Foo:bar");
+  EXPECT_EQ(callbacks, 2) << "the callback still fires";
+
+  ktLogWarning(manager_, "Other:one", u"", nullptr, u"quiet", true);
+  EXPECT_EQ(callbacks, 2) << "suppressed";
+}
+
+TEST_F(WarningManagerTest, CatalogueFormBuildsTheIdentifier) {
+  ktLogWarning(manager_, boost::none, resource_core::BaseMsgID("ZENTRA:legacy_two_part", "x"),
+               true);
+  std::string id;
+  cx::ustring message;
+  ktGetLastWarningMsg(manager_, id, message);
+  EXPECT_EQ(id, "ZENTRA:x") << "the two-part legacy component is shortened";
+
+  ktLogWarning(manager_, boost::none, resource_core::BaseMsgID("Comp", "mnem"), true);
+  ktGetLastWarningMsg(manager_, id, message);
+  EXPECT_EQ(id, "Comp:mnem");
+  ktLogWarning(manager_, std::string("Given:id"), resource_core::BaseMsgID("Comp", "mnem"), true);
+  ktGetLastWarningMsg(manager_, id, message);
+  EXPECT_EQ(id, "Given:id");
+}
+
+namespace {
+class MockWarningLog : public ktWarningLog {
+public:
+  MOCK_METHOD(void, logWarning,
+              (ktWarningManagerContext*, const std::string&, const cx::ustring&, va_list*,
+               const cx::ustring&, bool),
+              (override));
+  MOCK_METHOD(void, logWarning,
+              (ktWarningManagerContext*, const boost::optional<std::string>&,
+               const resource_core::BaseMsgID&, bool),
+              (override));
+};
+}  // namespace
+
+TEST_F(WarningManagerTest, AWarningLogTakesOverBothForms) {
+  MockWarningLog log;
+  ktSetWarningLog(manager_, &log);
+  EXPECT_EQ(ktGetWarningLog(manager_), &log);
+  int callbacks = 0;
+  ktSetWarningCallbackFcn(manager_, [&] { ++callbacks; });
+  EXPECT_CALL(log, logWarning(manager_, Eq("Foo:bar"), _, nullptr, Eq(u"text"), true));
+  EXPECT_CALL(log, logWarning(manager_, Eq(boost::none), _, false));
+  ktLogWarning(manager_, "Foo:bar", u"", nullptr, u"text", true);
+  ktLogWarning(manager_, boost::none, resource_core::BaseMsgID("C", "m"), false);
+  std::string id = "unchanged";
+  cx::ustring message;
+  ktGetLastWarningMsg(manager_, id, message);
+  EXPECT_EQ(id, "");
+  EXPECT_EQ(callbacks, 0);
+  ktSetWarningLog(manager_, nullptr);  // not deleted by the manager
+}
+
+TEST_F(WarningManagerTest, CallbackSwapReturnsThePrevious) {
+  EXPECT_FALSE(ktSetWarningCallbackFcn(manager_, [] {}));
+  int which = 0;
+  ktSetWarningCallbackFcn(manager_, [&] { which = 1; });
+  auto previous = ktSetWarningCallbackFcn(manager_, [&] { which = 2; });
+  previous();
+  EXPECT_EQ(which, 1);
+  ktCallRegisteredWarningCallback(manager_);
+  EXPECT_EQ(which, 2);
+}
+
+TEST_F(WarningManagerTest, LastPrintedIdentifierForms) {
+  ktSetLastPrintedWarningId(manager_, "Foo:bar");
+  const char* out = nullptr;
+  EXPECT_STREQ(ktGetLastPrintedWarningId(manager_, &out), "Foo:bar");
+  EXPECT_STREQ(out, "Foo:bar");
+  std::string s;
+  ktSetLastPrintedWarningId(manager_, std::string("X:y"));
+  ktGetLastPrintedWarningId(manager_, s);
+  EXPECT_EQ(s, "X:y");
+  EXPECT_THROW(ktSetLastPrintedWarningId(manager_, static_cast<const char*>(nullptr)),
+               std::logic_error);
+}
+
+TEST(WarningIdentifier, Validity) {
+  struct Case {
+    const char* text;
+    bool valid;
+  } cases[] = {{"a:b", true},   {"a", false},      {"a:", false},       {":a:b", false},
+               {"1a:b", false}, {"a_1:b2", true},  {"a::b", false},     {"", false},
+               {"A:b:C", true}, {"a:_b", false},   {"a:b-c", false},    {"a:b\xc3\xa9", false},
+               {"Ab9_:Z", true}, {"a:b ", false}};
+  for (const Case& c : cases)
+    EXPECT_EQ(ktIsValidMessageIdentifier(std::string_view(c.text)), c.valid) << "'" << c.text << "'";
+}
+
+TEST(WarningContext, TranslatesStatusesAndOwnsItsManager) {
+  kttest::CountingContexts contexts;
+  size_t before = kttest::CountingContexts::LiveBlocks();
+  kt_warning_context context;
+  kt_initialize_warning_context(&context, &contexts.messages, &contexts.errors, &contexts.memory,
+                                kttest::SilentOutput, nullptr);
+  EXPECT_EQ(context.ownsManager, 1);
+  EXPECT_FALSE(context.outputLive()) << "no hot query installed";
+  kt_set_warning_status_id(&context, "A:b", 3);
+  EXPECT_EQ(ktGetWarningStatus(kt_wmgr_from_warning_context(&context), "A:b"), KT_WARNING_OFF);
+  kt_set_warning_status_id(&context, "A:b", 2);
+  EXPECT_EQ(kt_get_warning_status_id(&context, "A:b"), KT_WARNING_ERROR);
+  kt_clear_warning_context(&context);
+  EXPECT_EQ(kttest::CountingContexts::LiveBlocks(), before);
+
+  ktWarningManagerContext* shared = ktNewWarningManager(&contexts.memory);
+  kt_warning_context* made = kt_new_warning_context_with_warning_manager(
+      nullptr, nullptr, &contexts.memory, shared, nullptr, nullptr);
+  EXPECT_EQ(made->ownsManager, 0);
+  kt_delete_warning_context(made);
+  EXPECT_EQ(ktGetWarningStatus(shared, "x:y"), KT_WARNING_ON) << "manager survives";
+  ktDeleteWarningManager(shared);
+  EXPECT_EQ(kttest::CountingContexts::LiveBlocks(), before);
+  EXPECT_EQ(kttest::CountingContexts::Faults(), 0);
+}
