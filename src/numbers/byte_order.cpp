@@ -2,6 +2,8 @@
 #include <stdint.h>
 #include <string.h>
 
+#include "kt/contexts.h"
+#include "kt/errors.h"
 #include "kt/numbers.h"
 
 namespace {
@@ -12,6 +14,16 @@ bool format_orders_differ(int fromFmt, int toFmt) {
 
 bool data_orders_differ(int fromType, int toType) {
     return ktGetDataEndianType(fromType) != ktGetDataEndianType(toType);
+}
+
+// The data size types whose floating-point layout is IEEE 754.
+bool is_ieee_data_type(int type) { return type == 0 || type == 1 || type == 5 || type == 6; }
+
+// Leaves only when `from` is an IEEE type: anything else is a VAX or Cray
+// layout that cannot be converted, raised through the current error context.
+void require_ieee_source(int from) {
+    if (!is_ieee_data_type(from))
+        kt_error(ktGetErrorContext(), KT_ERR_UNSUPPORTED_FP_FMT);
 }
 
 }  // namespace
@@ -67,4 +79,31 @@ void ktFourByteIntConvertData(int fromType, int toType, int32_t* data, size_t co
 void ktTwoByteIntConvertData(int fromType, int toType, int16_t* data, size_t count) {
     if (data_orders_differ(fromType, toType))
         ktFlipTwoBytes(count, reinterpret_cast<uint16_t*>(data));
+}
+
+// From an IEEE type the items are flipped without comparing byte orders,
+// on purpose: data written as "ieee-le" and read as "ieee-le.l64" flips
+// too, which is what the readers of such files expect.
+void ktDoubleConvert(int from, int to, double* data, size_t count) {
+    if (from == to)
+        return;
+    require_ieee_source(from);
+    for (size_t i = 0; i < count; i++) {
+        uint64_t u;
+        memcpy(&u, &data[i], sizeof u);
+        u = __builtin_bswap64(u);
+        memcpy(&data[i], &u, sizeof u);
+    }
+}
+
+void ktSingleConvert(int from, int to, float* data, size_t count) {
+    if (from == to)
+        return;
+    require_ieee_source(from);
+    for (size_t i = 0; i < count; i++) {
+        uint32_t u;
+        memcpy(&u, &data[i], sizeof u);
+        u = __builtin_bswap32(u);
+        memcpy(&data[i], &u, sizeof u);
+    }
 }

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "kt/contexts.h"
 #include "numbers/numbers_support.h"
 
 namespace {
@@ -110,6 +111,74 @@ TEST(ByteOrder, IntegerConvertersFlipWhenOrdersDiffer) {
             EXPECT_EQ(i16, w16) << from << "->" << to;
         }
     }
+}
+
+// From the IEEE data size types 0, 1, 5 and 6 the floating converters flip
+// whatever the target, even between two little-endian types (deliberate);
+// equal types leave the data alone.
+TEST(ByteOrder, FloatingConvertersFlipUnconditionallyFromIeeeTypes) {
+    std::mt19937_64 rng(14);
+    for (int from : {0, 1, 5, 6}) {
+        for (int to = -1; to < 9; to++) {
+            auto d = random_items<uint64_t>(rng, 7);
+            auto f = random_items<uint32_t>(rng, 7);
+            std::vector<double> doubles(d.size());
+            std::vector<float> floats(f.size());
+            memcpy(doubles.data(), d.data(), d.size() * 8);
+            memcpy(floats.data(), f.data(), f.size() * 4);
+            ktDoubleConvert(from, to, doubles.data(), doubles.size());
+            ktSingleConvert(from, to, floats.data(), floats.size());
+            auto wantD = from == to ? d : reversed_items(d);
+            auto wantF = from == to ? f : reversed_items(f);
+            EXPECT_EQ(memcmp(doubles.data(), wantD.data(), d.size() * 8), 0) << from << "->" << to;
+            EXPECT_EQ(memcmp(floats.data(), wantF.data(), f.size() * 4), 0) << from << "->" << to;
+        }
+    }
+}
+
+struct ConvertCall {
+    int from, to;
+    bool single;
+    double d[2];
+    float f[2];
+};
+
+void run_convert(kt_error_context*, void* data) {
+    ConvertCall* call = static_cast<ConvertCall*>(data);
+    if (call->single)
+        ktSingleConvert(call->from, call->to, call->f, 2);
+    else
+        ktDoubleConvert(call->from, call->to, call->d, 2);
+}
+
+int accept_error(kt_error_context*, void*, int, va_list) { return 1; }
+
+// Other source types (obsolete VAX/Cray layouts, unknown) raise
+// ERR_UNSUPPORTED_FP_FMT through the current error context and leave the
+// data untouched; equal types are still a no-op.
+TEST(ByteOrder, UnsupportedSourceFormatRaises) {
+    for (int from : {-1, 2, 3, 4, 7, 8}) {
+        for (bool single : {false, true}) {
+            ConvertCall call = {from, 0, single, {1.5, 2.5}, {1.5f, 2.5f}};
+            int code = kt_try_catch(ktGetErrorContext(), &call, run_convert, accept_error);
+            EXPECT_EQ(code, KT_ERR_UNSUPPORTED_FP_FMT) << from;
+            EXPECT_EQ(call.d[0], 1.5);
+            EXPECT_EQ(call.f[1], 2.5f);
+        }
+        ConvertCall same = {from, from, false, {1.5, 2.5}, {1.5f, 2.5f}};
+        EXPECT_EQ(kt_try_catch(ktGetErrorContext(), &same, run_convert, accept_error), 0);
+    }
+    EXPECT_STREQ(kt_get_message(ktGetMessageContext(), KT_ERR_UNSUPPORTED_FP_FMT),
+                 "Encountered unsupported floating point format. Expected IEEE little endian or "
+                 "big endian format, encountered VAX or Cray floating point format.");
+}
+
+// With no frame to catch it, the raise ends the process through the default
+// throw hook, which prints the message.
+TEST(ByteOrderDeathTest, UncaughtUnsupportedFormatEndsTheProcess) {
+    double data[1] = {1.0};
+    EXPECT_EXIT(ktDoubleConvert(2, 0, data, 1), testing::ExitedWithCode(1),
+                "Encountered unsupported floating point format");
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include "kt/contexts.h"
 #include "numbers/numbers_support.h"
 
 using numtest::bits_of;
@@ -154,6 +155,16 @@ TEST(FpcContext, ConcurrentContextsAgree) {
     b.join();
     EXPECT_EQ(first, reference);
     EXPECT_EQ(second, reference);
+}
+
+// The basic contexts carry a ready fpc context bound to their memory
+// context.
+TEST(FpcContext, BasicContextsProvideOne) {
+    kt_fpc_context* fpc = ktGetFpcContext();
+    EXPECT_EQ(fpc->memoryContext, ktGetMemoryContext());
+    char buf[32];
+    EXPECT_STREQ(kt_g_fmt(fpc, 1e7, buf, sizeof buf), "1e+07");
+    EXPECT_EQ(kt_strtod(fpc, "1e+07", nullptr, nullptr), 1e7);
 }
 
 }  // namespace
