@@ -119,14 +119,12 @@ struct Scaled {
 void scale(Scaled& sc, const Decomposed& d, int k, bool margins) {
     int r2 = d.e, s2 = 0, m2 = d.e;
     int r5 = 0, s5 = 0, m5 = 0;
-    // Doubling everything makes the half-gaps integral; a smaller lower gap
-    // needs one more doubling.
+    // Doubling everything makes the half-gap 2^(e-1) integral: mlo = 2^e.
+    // A lower gap half as wide (2^(e-2)) needs one more doubling, after
+    // which mlo is again 2^e and mhi twice that.
     int extra = (margins && d.lowerGapSmaller) ? 2 : 1;
     r2 += extra;
     s2 += extra;
-    m2 += extra - 1;  // mlo: half of 2^e, doubled 'extra' times
-    if (extra == 2)
-        m2 -= 1;
     if (k >= 0) {
         s5 += k;
         s2 += k;
