@@ -404,6 +404,11 @@ double convert(kt_fpc_context* ctx, const char* s, char** end, int* status, bool
     if (status == nullptr)
         status = &localStatus;
     *status = KT_STRTOD_OK;
+    if (s == nullptr) {
+        if (end != nullptr)
+            *end = nullptr;
+        return 0.0;
+    }
     Scanned sc;
     scan(s, sc);
     if (!sc.sawDigit) {
