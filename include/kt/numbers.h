@@ -122,7 +122,8 @@ KT_API char* kt_dtoa(kt_fpc_context* ctx, double x, char* buf, size_t bufsize, i
  * result is then 0). `*status` (if not null) is set to KT_STRTOD_OK on
  * entry, then to KT_STRTOD_OVERFLOW when a finite text is too large (the
  * result is +-Inf) or KT_STRTOD_UNDERFLOW when a nonzero text rounds to
- * zero. errno is not touched. Hexadecimal text is not recognised.
+ * zero. errno is not touched. Hexadecimal text is not recognised. A null
+ * `s` gives 0 with `*end` null.
  */
 KT_API double kt_strtod(kt_fpc_context* ctx, const char* s, char** end, int* status);
 
@@ -132,7 +133,8 @@ KT_API double kt_strtod(kt_fpc_context* ctx, const char* s, char** end, int* sta
  * "-Inf", "NaN" (never signed). Returns `buf`. Characters are stored only
  * while room remains, and the NUL only if room remains after the text:
  * a text that exactly fills `buf` is not terminated, deliberately (callers
- * rely on it for fixed-width fields). 26 bytes always suffice.
+ * rely on it for fixed-width fields). 26 bytes always suffice. A null
+ * `buf` stores nothing.
  */
 KT_API char* kt_g_fmt(kt_fpc_context* ctx, double x, char* buf, size_t bufsize);
 

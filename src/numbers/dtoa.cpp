@@ -10,6 +10,7 @@
 #include <string.h>
 
 #include "internal/fpc_bigint.h"
+#include "internal/fpc_fastpaths.h"
 #include "kt/numbers.h"
 
 using kt::internal::Big;
@@ -118,14 +119,12 @@ struct Scaled {
 void scale(Scaled& sc, const Decomposed& d, int k, bool margins) {
     int r2 = d.e, s2 = 0, m2 = d.e;
     int r5 = 0, s5 = 0, m5 = 0;
-    // Doubling everything makes the half-gaps integral; a smaller lower gap
-    // needs one more doubling.
+    // Doubling everything makes the half-gap 2^(e-1) integral: mlo = 2^e.
+    // A lower gap half as wide (2^(e-2)) needs one more doubling, after
+    // which mlo is again 2^e and mhi twice that.
     int extra = (margins && d.lowerGapSmaller) ? 2 : 1;
     r2 += extra;
     s2 += extra;
-    m2 += extra - 1;  // mlo: half of 2^e, doubled 'extra' times
-    if (extra == 2)
-        m2 -= 1;
     if (k >= 0) {
         s5 += k;
         s2 += k;
@@ -284,10 +283,42 @@ char* special(DigitBuffer& out, const char* text, int value, int* decpt, char** 
     return finish(out, value, decpt, rve);
 }
 
+// Mode 0 through the 64-bit fast path: the same digits as the big-integer
+// loop, an order of magnitude sooner.
+char* shortest_fast(uint64_t u, DigitBuffer& out, int* decpt, char** rve) {
+    uint64_t f;
+    int e;
+    kt::internal::shortest_digits(u, &f, &e);
+    while (f % 10 == 0) {
+        f /= 10;
+        e++;
+    }
+    char reversed[24];
+    int n = 0;
+    for (; f != 0; f /= 10)
+        reversed[n++] = static_cast<char>('0' + f % 10);
+    for (int i = n - 1; i >= 0; i--)
+        out.put(reversed[i]);
+    return finish(out, n + e, decpt, rve);
+}
+
 }  // namespace
 
 char* kt_dtoa(kt_fpc_context* ctx, double x, char* buf, size_t bufsize, int mode, int ndigits,
               int* decpt, int* sign, char** rve) {
+    uint64_t u = bits_of(x);
+    uint64_t magnitude = u & ~(uint64_t(1) << 63);
+    bool inFastRange = magnitude != 0 && (magnitude >> 52) != 0x7ff;
+    if (buf == nullptr || normalise_mode(mode) != 0 || !inFastRange)
+        return kt::internal::dtoa_reference(ctx, x, buf, bufsize, mode, ndigits, decpt, sign, rve);
+    DigitBuffer out = {buf, bufsize, 0, false};
+    if (sign != nullptr)
+        *sign = static_cast<int>(u >> 63);
+    return shortest_fast(magnitude, out, decpt, rve);
+}
+
+char* kt::internal::dtoa_reference(kt_fpc_context* ctx, double x, char* buf, size_t bufsize,
+                                   int mode, int ndigits, int* decpt, int* sign, char** rve) {
     DigitBuffer out = {buf, bufsize, 0, false};
     if (buf == nullptr)
         return nullptr;

@@ -83,7 +83,7 @@ char* kt_g_fmt(kt_fpc_context* ctx, double x, char* buf, size_t bufsize) {
     char* end = nullptr;
     kt_dtoa(ctx, x, digits, sizeof digits, 0, 0, &p, &sign, &end);
     int n = static_cast<int>(end - digits);
-    BoundedWriter w = {buf, bufsize, 0};
+    BoundedWriter w = {buf, buf != nullptr ? bufsize : 0, 0};
     if (sign)
         w.put('-');
     if (p == KT_DTOA_SPECIAL_DECPT)

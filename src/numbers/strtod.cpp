@@ -17,6 +17,7 @@
 #include <string.h>
 
 #include "internal/fpc_bigint.h"
+#include "internal/fpc_fastpaths.h"
 #include "kt/numbers.h"
 
 using kt::internal::Big;
@@ -217,15 +218,17 @@ bool exact_quick(const Scanned& sc, double* result) {
 
 // ---- step 3: extended-precision approximation ------------------------------
 
-// 10^n in long double: exact for n <= 27; 10^(28j) correctly rounded.
+// 10^n in long double: exact for n <= 27 (5^27 < 2^64); 10^(28j) is
+// correctly rounded by the compiler.
 long double power_of_ten(int n) {
+    static const long double kSmall[28] = {
+        1e0L,  1e1L,  1e2L,  1e3L,  1e4L,  1e5L,  1e6L,  1e7L,  1e8L,  1e9L,
+        1e10L, 1e11L, 1e12L, 1e13L, 1e14L, 1e15L, 1e16L, 1e17L, 1e18L, 1e19L,
+        1e20L, 1e21L, 1e22L, 1e23L, 1e24L, 1e25L, 1e26L, 1e27L};
     static const long double kBig[13] = {1e0L,   1e28L,  1e56L,  1e84L,  1e112L,
                                          1e140L, 1e168L, 1e196L, 1e224L, 1e252L,
                                          1e280L, 1e308L, 1e336L};
-    long double small = 1.0L;
-    for (int i = 0; i < n % 28; i++)
-        small *= 10.0L;
-    return small * kBig[n / 28];
+    return kSmall[n % 28] * kBig[n / 28];
 }
 
 struct Approximation {
@@ -370,7 +373,7 @@ double correct(kt_fpc_context* ctx, const Scanned& sc, double start) {
     }
 }
 
-double magnitude(kt_fpc_context* ctx, const Scanned& sc, int* status) {
+double magnitude(kt_fpc_context* ctx, const Scanned& sc, int* status, bool fastPaths) {
     if (sc.count == 0)
         return 0.0;
     int64_t decimalExponent = sc.count + sc.exponent;  // value < 10^this
@@ -383,10 +386,10 @@ double magnitude(kt_fpc_context* ctx, const Scanned& sc, int* status) {
         return 0.0;
     }
     double quick;
-    if (exact_quick(sc, &quick))
+    if (fastPaths && exact_quick(sc, &quick))
         return quick;
     Approximation a = approximate(sc);
-    if (rounding_is_certain(a))
+    if (fastPaths && rounding_is_certain(a))
         return static_cast<double>(a.value);
     double x = correct(ctx, sc, static_cast<double>(a.value));
     if (x > DBL_MAX)
@@ -396,13 +399,16 @@ double magnitude(kt_fpc_context* ctx, const Scanned& sc, int* status) {
     return x;
 }
 
-}  // namespace
-
-double kt_strtod(kt_fpc_context* ctx, const char* s, char** end, int* status) {
+double convert(kt_fpc_context* ctx, const char* s, char** end, int* status, bool fastPaths) {
     int localStatus = KT_STRTOD_OK;
     if (status == nullptr)
         status = &localStatus;
     *status = KT_STRTOD_OK;
+    if (s == nullptr) {
+        if (end != nullptr)
+            *end = nullptr;
+        return 0.0;
+    }
     Scanned sc;
     scan(s, sc);
     if (!sc.sawDigit) {
@@ -413,8 +419,19 @@ double kt_strtod(kt_fpc_context* ctx, const char* s, char** end, int* status) {
             *end = const_cast<char*>(specialEnd);
         return special;
     }
-    double x = magnitude(ctx, sc, status);
+    double x = magnitude(ctx, sc, status, fastPaths);
     if (end != nullptr)
         *end = const_cast<char*>(sc.end);
     return sc.negative ? -x : x;
+}
+
+}  // namespace
+
+double kt_strtod(kt_fpc_context* ctx, const char* s, char** end, int* status) {
+    return convert(ctx, s, end, status, true);
+}
+
+double kt::internal::strtod_reference(kt_fpc_context* ctx, const char* s, char** end,
+                                      int* status) {
+    return convert(ctx, s, end, status, false);
 }

@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include "kt/contexts.h"
 #include "numbers/numbers_support.h"
 
 using numtest::bits_of;
@@ -57,9 +58,10 @@ TEST(FpcContext, SmallConversionsUseOnlyTheArena) {
     Fpc fpc;
     long before = live_blocks();
     char buf[32];
+    int decpt, sign;
     for (double x : {1.5, 0.1, 123456.789, 1e22, 3.0e-5}) {
-        kt_g_fmt(&fpc.ctx, x, buf, sizeof buf);
-        kt_strtod(&fpc.ctx, buf, nullptr, nullptr);
+        kt_dtoa(&fpc.ctx, x, buf, sizeof buf, 2, 17, &decpt, &sign, nullptr);
+        kt_strtod(&fpc.ctx, "0.1000000000000000055511151231257827", nullptr, nullptr);
     }
     EXPECT_EQ(live_blocks(), before);
     EXPECT_GT(fpc.ctx.arenaNext, fpc.ctx.arena);
@@ -153,6 +155,16 @@ TEST(FpcContext, ConcurrentContextsAgree) {
     b.join();
     EXPECT_EQ(first, reference);
     EXPECT_EQ(second, reference);
+}
+
+// The basic contexts carry a ready fpc context bound to their memory
+// context.
+TEST(FpcContext, BasicContextsProvideOne) {
+    kt_fpc_context* fpc = ktGetFpcContext();
+    EXPECT_EQ(fpc->memoryContext, ktGetMemoryContext());
+    char buf[32];
+    EXPECT_STREQ(kt_g_fmt(fpc, 1e7, buf, sizeof buf), "1e+07");
+    EXPECT_EQ(kt_strtod(fpc, "1e+07", nullptr, nullptr), 1e7);
 }
 
 }  // namespace

@@ -60,6 +60,7 @@ TEST(GFmt, BoundedBufferLeavesExactFitUnterminated) {
     memset(buf, '#', sizeof buf);
     kt_g_fmt(&fpc.ctx, 2.0, buf, 0);
     EXPECT_EQ(buf[0], '#');
+    EXPECT_EQ(kt_g_fmt(&fpc.ctx, 2.0, nullptr, 8), nullptr);
 }
 
 // Every finite double reads back exactly, through our parser and glibc's;

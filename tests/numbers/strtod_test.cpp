@@ -196,6 +196,12 @@ TEST(Strtod, EndPointerAndSpecialTexts) {
         EXPECT_EQ(bits_of(x), bits_of(c.value)) << "'" << c.text << "'";
         EXPECT_EQ(end - c.text, c.used) << "'" << c.text << "'";
     }
+    char nothing = 0;
+    char* nullEnd = &nothing;
+    int status = -1;
+    EXPECT_EQ(kt_strtod(&fpc.ctx, nullptr, &nullEnd, &status), 0.0);
+    EXPECT_EQ(nullEnd, nullptr);
+    EXPECT_EQ(status, KT_STRTOD_OK);
     struct NanCase {
         const char* text;
         int used;

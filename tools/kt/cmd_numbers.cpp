@@ -1,5 +1,5 @@
 // kt fmt / kt dtoa: decimal conversion of numbers given on the command
-// line, through the library's own fpc context.
+// line, through the fpc context of the library's basic contexts.
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -7,57 +7,27 @@
 #include <string>
 
 #include "commands.h"
-#include "kt/errors.h"
-#include "kt/memory.h"
-#include "kt/messages.h"
+#include "kt/contexts.h"
 #include "kt/numbers.h"
 
 namespace kttool {
 namespace {
 
-int DropOutput(void*, const char*, int length) { return length; }
-
-// The contexts a conversion needs: messages, errors, memory, fpc.
-class Converter {
-public:
-  Converter() {
-    int status = 0;
-    kt_initialize_message_context(&status, &messages_, ktMalloc, ktRealloc);
-    kt_initialize_error_context(&status, &errors_, &messages_, DropOutput, nullptr);
-    kt_initialize_memory_context(&memory_, &errors_, ktMalloc, ktRealloc, ktFree);
-    kt_initialize_fpc_context(&fpc_, &memory_);
-  }
-  ~Converter() {
-    kt_clear_fpc_context(&fpc_);
-    kt_clear_message_context(&messages_, ktFree);
-  }
-  Converter(const Converter&) = delete;
-  Converter& operator=(const Converter&) = delete;
-
-  // Parses all of `text`; false (after a message) when it is not wholly
-  // one number.
-  bool Parse(const char* command, const char* text, double* value) {
-    char* end = nullptr;
-    *value = kt_strtod(&fpc_, text, &end, nullptr);
-    if (end != text && *end == '\0')
-      return true;
-    size_t at = static_cast<size_t>(end - text);
-    if (end == text)
-      Complain("%s: '%s' is not a number (no number at character 1)", command, text);
-    else
-      Complain("%s: '%s' is not a number (parsing stopped at character %zu, before '%s')",
-               command, text, at + 1, end);
-    return false;
-  }
-
-  kt_fpc_context* fpc() { return &fpc_; }
-
-private:
-  kt_message_context messages_;
-  kt_error_context errors_;
-  kt_mem_context memory_;
-  kt_fpc_context fpc_;
-};
+// Parses all of `text` with `fpc`; false (after a message naming the text
+// and where parsing stopped) when it is not wholly one number.
+bool ParseNumber(kt_fpc_context* fpc, const char* command, const char* text, double* value) {
+  char* end = nullptr;
+  *value = kt_strtod(fpc, text, &end, nullptr);
+  if (end != text && *end == '\0')
+    return true;
+  size_t at = static_cast<size_t>(end - text);
+  if (end == text)
+    Complain("%s: '%s' is not a number (no number at character 1)", command, text);
+  else
+    Complain("%s: '%s' is not a number (parsing stopped at character %zu, before '%s')", command,
+             text, at + 1, end);
+  return false;
+}
 
 // Reads an integer option value; false when `text` is not one.
 bool ParseInt(const char* text, int* out) {
@@ -82,16 +52,16 @@ int RunFmt(int argc, char** argv) {
     Complain("fmt: no NUMBER given (try 'kt fmt --help')");
     return 2;
   }
-  Converter converter;
+  kt_fpc_context* fpc = ktGetFpcContext();
   int status = 0;
   for (int i = 1; i < argc; ++i) {
     double x;
-    if (!converter.Parse("fmt", argv[i], &x)) {
+    if (!ParseNumber(fpc, "fmt", argv[i], &x)) {
       status = 1;
       continue;
     }
     char text[32];
-    kt_g_fmt(converter.fpc(), x, text, sizeof text);
+    kt_g_fmt(fpc, x, text, sizeof text);
     std::printf("%s\n", text);
   }
   return status;
@@ -128,17 +98,17 @@ int RunDtoa(int argc, char** argv) {
     Complain("dtoa: no NUMBER given (try 'kt dtoa --help')");
     return 2;
   }
-  Converter converter;
+  kt_fpc_context* fpc = ktGetFpcContext();
   int status = 0;
   std::string buffer(4096, '\0');
   for (int i = first; i < argc; ++i) {
     double x;
-    if (!converter.Parse("dtoa", argv[i], &x)) {
+    if (!ParseNumber(fpc, "dtoa", argv[i], &x)) {
       status = 1;
       continue;
     }
     int decpt = 0, sign = 0;
-    char* out = kt_dtoa(converter.fpc(), x, &buffer[0], buffer.size(), mode, digits, &decpt,
+    char* out = kt_dtoa(fpc, x, &buffer[0], buffer.size(), mode, digits, &decpt,
                         &sign, nullptr);
     if (out == nullptr) {
       Complain("dtoa: '%s': too many digits", argv[i]);
