@@ -1,8 +1,8 @@
 // Powers of ten for the shortest-digits fast path: entry k + 324 holds
 // g = floor(10^-k * 2^(125 - floor(-k * log2(10)))) + 1, a 126-bit value in
 // [2^125, 2^126), split as g1 = g >> 63 and g0 = g mod 2^63, for the decimal
-// exponents k = -324 .. 292 that doubles need. Generated with exact rational
-// arithmetic.
+// exponents k = -324 .. 292 that doubles need. Generated with exact integer
+// arithmetic by scripts/gen_pow10_table.py; a test regenerates and compares.
 #include "internal/fpc_fastpaths.h"
 
 namespace kt {

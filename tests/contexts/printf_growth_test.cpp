@@ -34,7 +34,7 @@ int Discard(const char*, void* data) {
   return 0;
 }
 
-std::vector<size_t> GrowthFor(size_t length) {
+[[maybe_unused]] std::vector<size_t> GrowthFor(size_t length) {
   std::vector<size_t> sizes;
   std::string text(length, 'q');
   size_t calls = 0;
