@@ -23,6 +23,9 @@ export PKG_CONFIG_PATH="$libdir/pkgconfig"
 # shellcheck disable=SC2046
 g++ -std=c++17 -o "$work/kt_consumer_pc" "$here/consumer/main.cpp" $(pkg-config --cflags --libs libkt)
 LD_LIBRARY_PATH="$libdir" "$work/kt_consumer_pc"
+# shellcheck disable=SC2046
+gcc -std=c11 -Wall -Wextra -Werror -o "$work/kt_consumer_c" "$here/consumer/main.c" $(pkg-config --cflags --libs libkt)
+LD_LIBRARY_PATH="$libdir" "$work/kt_consumer_c"
 
 # The example host: own record, throw hook, message table, warnings.
 cmake -S "$here/host" -B "$work/host" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
@@ -30,4 +33,4 @@ cmake --build "$work/host" >/dev/null
 LD_LIBRARY_PATH="$libdir" "$work/host/kt_host"
 
 LD_LIBRARY_PATH="$libdir" "$prefix/bin/kt" --version
-echo "example consumers: find_package and pkg-config builds and the example host ran"
+echo "example consumers: find_package, pkg-config (C++ and C) and the example host ran"
