@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "kt/contexts.h"
 #include "kt/errors.h"
 #include "kt/memory.h"
 #include "kt/messages.h"
@@ -106,19 +107,8 @@ void BM_Peer_snprintf_TwoHoles(benchmark::State& state) {
 }
 BENCHMARK(BM_Peer_snprintf_TwoHoles);
 
-kt_mem_context* BenchMemory() {
-  static kt_mem_context* mem = [] {
-    static kt_message_context mc;
-    static kt_error_context ec;
-    static kt_mem_context m;
-    int status;
-    kt_initialize_message_context(&status, &mc, ktMalloc, ktRealloc);
-    kt_initialize_error_context(&status, &ec, &mc, kt_fputsn, stderr);
-    kt_initialize_memory_context(&m, &ec, ktMalloc, ktRealloc, ktFree);
-    return &m;
-  }();
-  return mem;
-}
+// The default basic contexts' memory context: ktMalloc and ktFree.
+kt_mem_context* BenchMemory() { return ktGetMemoryContext(); }
 
 void BM_kt_mem_alloc_free(benchmark::State& state) {
   kt_mem_context* mem = BenchMemory();

@@ -13,34 +13,13 @@
 
 #include <benchmark/benchmark.h>
 
-#include "kt/errors.h"
-#include "kt/memory.h"
-#include "kt/messages.h"
+#include "kt/contexts.h"
 #include "kt/numbers.h"
 
 namespace {
 
-int DropOutput(void*, const char*, int length) { return length; }
-
-// A private set of contexts for the conversions.
-struct Contexts {
-  kt_message_context messages;
-  kt_error_context errors;
-  kt_mem_context memory;
-  kt_fpc_context fpc;
-  Contexts() {
-    int status = 0;
-    kt_initialize_message_context(&status, &messages, ktMalloc, ktRealloc);
-    kt_initialize_error_context(&status, &errors, &messages, DropOutput, nullptr);
-    kt_initialize_memory_context(&memory, &errors, ktMalloc, ktRealloc, ktFree);
-    kt_initialize_fpc_context(&fpc, &memory);
-  }
-};
-
-kt_fpc_context* Fpc() {
-  static Contexts* contexts = new Contexts();
-  return &contexts->fpc;
-}
+// The default basic contexts' fpc context, as a product host would use.
+kt_fpc_context* Fpc() { return ktGetFpcContext(); }
 
 double RandomDouble(std::mt19937_64& rng) {
   for (;;) {

@@ -1,33 +1,16 @@
 // ktGetWarningStatus on a manager of 1e4 identifiers against a
 // case-insensitive std::unordered_map lookup of the same identifiers.
 #include <cctype>
-#include <cstdlib>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include <benchmark/benchmark.h>
 
-#include "kt/errors.h"
-#include "kt/memory.h"
-#include "kt/messages.h"
+#include "kt/contexts.h"
 #include "kt/warnings.h"
 
 namespace {
-
-int Discard(void*, const char*, int length) { return length; }
-
-struct Contexts {
-  kt_message_context messages{};
-  kt_error_context errors{};
-  kt_mem_context memory{};
-  Contexts() {
-    int status = 0;
-    kt_initialize_message_context(&status, &messages, std::malloc, std::realloc);
-    kt_initialize_error_context(&status, &errors, &messages, Discard, nullptr);
-    kt_initialize_memory_context(&memory, &errors, std::malloc, std::realloc, std::free);
-  }
-};
 
 std::vector<std::string> Identifiers() {
   std::vector<std::string> ids;
@@ -55,9 +38,8 @@ struct CaseInsensitiveEqual {
 };
 
 void BM_WarningStatus_kt(benchmark::State& state) {
-  static Contexts contexts;
   auto ids = Identifiers();
-  ktWarningManagerContext* m = ktNewWarningManager(&contexts.memory);
+  ktWarningManagerContext* m = ktNewWarningManager(ktGetMemoryContext());
   for (size_t i = 0; i < ids.size(); ++i)
     ktSetWarningStatus(m, ids[i].c_str(), static_cast<int>(i % 3));
   size_t i = 0;

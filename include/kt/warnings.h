@@ -110,7 +110,8 @@ KT_API kt_warning_context* kt_new_warning_context_with_warning_manager(
     void* messageContext, void* errorContext, kt_mem_context* memoryContext,
     ktWarningManagerContext* manager, kt_putsn_function outputFunction, void* outputData);
 
-/* Deletes the manager if the context owns it; otherwise does nothing. */
+/* Deletes the manager if the context owns it (and forgets it, so that a
+   second clear does nothing); otherwise does nothing. */
 KT_API void kt_clear_warning_context(kt_warning_context* context);
 
 /* Clears a context made by kt_new_... and frees its storage; a failure

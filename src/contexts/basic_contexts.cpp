@@ -220,7 +220,6 @@ extern "C" void ktClearBasicContexts(ktBasicContexts* r) {
   kt_clear_fpc_context(&r->fpcContext);
   // Always ktFree, whatever _full was given: kept as callers know it.
   kt_clear_message_context(&r->messageContext, ktFree);
-  r->warningContext.ownsManager = 0;
 }
 
 extern "C" void ktClearDefaultContexts(void) {

@@ -49,12 +49,12 @@ int ReencodeFromCodepage(char* buffer, size_t capacity) {
   return static_cast<int>(utf8.size() > INT_MAX ? INT_MAX : utf8.size());
 }
 
-// ktVSNprintf. With `fixCutText` false, a cut text is returned as the
-// formatter left it: ktVprintf formats again in a larger buffer then, and
-// the result is the same either way.
-int FormatBounded(char* buffer, size_t capacity, const char* format, va_list args,
-                  bool fixCutText) {
-  int n = std::vsnprintf(buffer, capacity, format, args);
+// The steps of ktVSNprintf after the formatter wrote `n` bytes into
+// `buffer`: a cut text is terminated in its last byte, and a text that is
+// not UTF-8 is re-encoded from the locale's code page. With `fixCutText`
+// false, a cut text is returned as the formatter left it: ktVprintf formats
+// again in a larger buffer then, and the result is the same either way.
+int FinishFormatted(char* buffer, size_t capacity, int n, bool fixCutText) {
   if (n == -1 || capacity == 0) return n;
   // The capacity is compared as a 32-bit signed number, as it always was.
   bool cut = static_cast<int>(capacity) <= n;
@@ -68,6 +68,12 @@ int FormatBounded(char* buffer, size_t capacity, const char* format, va_list arg
   if (cx::i18n::is_valid_utf8(buffer, std::strlen(buffer))) return n;
   int reencoded = ReencodeFromCodepage(buffer, capacity);
   return cut ? n : reencoded;
+}
+
+int FormatBounded(char* buffer, size_t capacity, const char* format, va_list args,
+                  bool fixCutText) {
+  return FinishFormatted(buffer, capacity, std::vsnprintf(buffer, capacity, format, args),
+                         fixCutText);
 }
 
 // ktVprintf's first attempt formats into this much stack so that text a
@@ -84,10 +90,8 @@ int FirstAttempt(char* scratch, const char* format, va_list args, bool* whole) {
   scratch[0] = '\0';
   int n = std::vsnprintf(scratch, kFirstAttemptScratch, format, args);
   *whole = n >= kStackFormatSize && n < kFirstAttemptScratch;
-  if (n < 0 || n >= kStackFormatSize) return n;
-  if (cx::i18n::is_well_formed_utf8(scratch, static_cast<size_t>(n))) return n;
-  if (cx::i18n::is_valid_utf8(scratch, std::strlen(scratch))) return n;
-  return ReencodeFromCodepage(scratch, static_cast<size_t>(kStackFormatSize));
+  if (n >= kStackFormatSize) return n;  // cut at 1023: kept whole in the scratch
+  return FinishFormatted(scratch, static_cast<size_t>(kStackFormatSize), n, false);
 }
 
 // Hands the text to the output function: 0 when it failed, else `n`.

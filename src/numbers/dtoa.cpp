@@ -9,10 +9,12 @@
 #include <stdint.h>
 #include <string.h>
 
+#include "internal/double_bits.h"
 #include "internal/fpc_bigint.h"
 #include "internal/fpc_fastpaths.h"
 #include "kt/numbers.h"
 
+using kt::internal::bits_of;
 using kt::internal::Big;
 using kt::internal::Bigint;
 using kt::internal::big_cmp;
@@ -29,12 +31,6 @@ namespace {
 
 const uint64_t kFractionMask = (uint64_t(1) << 52) - 1;
 const uint64_t kHiddenBit = uint64_t(1) << 52;
-
-uint64_t bits_of(double x) {
-    uint64_t u;
-    memcpy(&u, &x, sizeof u);
-    return u;
-}
 
 // A positive finite double as f * 2^e with f an integer.
 struct Decomposed {

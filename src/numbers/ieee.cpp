@@ -4,21 +4,13 @@
 #include <stdint.h>
 #include <string.h>
 
+#include "internal/double_bits.h"
 #include "kt/numbers.h"
 
+using kt::internal::bits_of;
+using kt::internal::from_bits;
+
 namespace {
-
-double from_bits(uint64_t u) {
-    double x;
-    memcpy(&x, &u, sizeof x);
-    return x;
-}
-
-uint64_t bits_of(double x) {
-    uint64_t u;
-    memcpy(&u, &x, sizeof u);
-    return u;
-}
 
 double magnitude(double x) { return from_bits(bits_of(x) & ~(uint64_t(1) << 63)); }
 

@@ -16,10 +16,13 @@
 #include <stdint.h>
 #include <string.h>
 
+#include "internal/double_bits.h"
 #include "internal/fpc_bigint.h"
 #include "internal/fpc_fastpaths.h"
 #include "kt/numbers.h"
 
+using kt::internal::bits_of;
+using kt::internal::from_bits;
 using kt::internal::Big;
 using kt::internal::big_cmp;
 using kt::internal::big_copy;
@@ -269,18 +272,6 @@ bool rounding_is_certain(const Approximation& a) {
 }
 
 // ---- step 4: big-integer correction ----------------------------------------
-
-uint64_t bits_of(double x) {
-    uint64_t u;
-    memcpy(&u, &x, sizeof u);
-    return u;
-}
-
-double from_bits(uint64_t u) {
-    double x;
-    memcpy(&x, &u, sizeof x);
-    return x;
-}
 
 // Compares digits * 10^exponent with odd * 2^binaryExponent exactly.
 struct ExactComparer {

@@ -56,8 +56,12 @@ extern "C" kt_warning_context* kt_new_warning_context_with_warning_manager(
 }
 
 extern "C" void kt_clear_warning_context(kt_warning_context* context) {
-  if (context->ownsManager)
-    ktDeleteWarningManager(context->manager);
+  if (!context->ownsManager)
+    return;
+  ktDeleteWarningManager(context->manager);
+  // Cleared for good: clearing again must not delete the manager twice.
+  context->manager = nullptr;
+  context->ownsManager = 0;
 }
 
 extern "C" void kt_delete_warning_context(kt_warning_context* context) {

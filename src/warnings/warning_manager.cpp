@@ -227,10 +227,9 @@ extern "C" void ktSetWarningStatus(ktWarningManagerContext* m, const char* ident
     m->allKind = kind;
     m->allStamp = status != KT_WARNING_OFF ? now + 1 : ~now;
   } else {
-    void* data = nullptr;
-    kt_ghash_insert_key(&m->statusTable, &identifier, nullptr, &data);
-    auto* record = reinterpret_cast<StatusRecord*>(static_cast<char*>(data) -
-                                                   offsetof(StatusRecord, stamp));
+    void* element = nullptr;
+    kt_ghash_insert_key(&m->statusTable, &identifier, &element, nullptr);
+    auto* record = static_cast<StatusRecord*>(element);
     record->stamp = status != KT_WARNING_OFF ? ~now : now;
     record->kind = kind;
   }

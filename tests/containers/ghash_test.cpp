@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-#include "containers/counting_context.h"
+#include "support/counting_context.h"
 #include "kt/containers.h"
 
 namespace {

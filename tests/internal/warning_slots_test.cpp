@@ -9,7 +9,7 @@
 
 #include "internal/slot_store.h"
 #include "kt/warnings.h"
-#include "support/counting_contexts.h"
+#include "support/counting_context.h"
 
 using kt::internal::VmContext;
 using kt::internal::VmContextScope;
@@ -37,7 +37,7 @@ void DestroyLog(ktWarningLog* log) {
 }  // namespace
 
 TEST(WarningSlots, CurrentManagerIsPerProductContext) {
-  kttest::CountingContexts contexts;
+  kttest::Contexts contexts;
   ktWarningManagerContext* a = ktNewWarningManager(&contexts.memory);
   ktWarningManagerContext* b = ktNewWarningManager(&contexts.memory);
 
@@ -58,7 +58,7 @@ TEST(WarningSlots, CurrentManagerIsPerProductContext) {
 }
 
 TEST(WarningSlots, LogFactoryAndDestroyApplyOnlyInsideAContext) {
-  kttest::CountingContexts contexts;
+  kttest::Contexts contexts;
   gMade = gDestroyed = 0;
   ktSetWarningLogFactoryFcn(MakeLog);  // ignored: no context active
   ktWarningManagerContext* outside = ktNewWarningManager(&contexts.memory);
@@ -92,7 +92,7 @@ TEST(WarningSlots, LogFactoryAndDestroyApplyOnlyInsideAContext) {
 }
 
 TEST(WarningSlots, ConcurrentReadersSeeOldOrNewManager) {
-  kttest::CountingContexts contexts;
+  kttest::Contexts contexts;
   ktWarningManagerContext* a = ktNewWarningManager(&contexts.memory);
   ktWarningManagerContext* b = ktNewWarningManager(&contexts.memory);
   ktSetWarningManagerContext(a);

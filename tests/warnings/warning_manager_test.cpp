@@ -12,7 +12,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/counting_contexts.h"
+#include "support/counting_context.h"
 
 using ::testing::_;
 using ::testing::Eq;
@@ -21,19 +21,15 @@ namespace {
 
 class WarningManagerTest : public ::testing::Test {
 protected:
-  void SetUp() override {
-    liveBefore_ = kttest::CountingContexts::LiveBlocks();
-    manager_ = ktNewWarningManager(&contexts_.memory);
-  }
+  void SetUp() override { manager_ = ktNewWarningManager(&contexts_.memory); }
   void TearDown() override {
     ktDeleteWarningManager(manager_);
-    EXPECT_EQ(kttest::CountingContexts::LiveBlocks(), liveBefore_) << "leaked blocks";
-    EXPECT_EQ(kttest::CountingContexts::Faults(), 0) << "double or foreign frees";
+    EXPECT_EQ(contexts_.LiveBlocks(), 0u) << "leaked blocks";
+    EXPECT_EQ(contexts_.BadFrees(), 0) << "double or foreign frees";
   }
 
-  kttest::CountingContexts contexts_;
+  kttest::Contexts contexts_;
   ktWarningManagerContext* manager_ = nullptr;
-  size_t liveBefore_ = 0;
 };
 
 std::string Lower(std::string s) {
@@ -272,11 +268,10 @@ TEST(WarningIdentifier, Validity) {
 }
 
 TEST(WarningContext, TranslatesStatusesAndOwnsItsManager) {
-  kttest::CountingContexts contexts;
-  size_t before = kttest::CountingContexts::LiveBlocks();
+  kttest::Contexts contexts;
   kt_warning_context context;
   kt_initialize_warning_context(&context, &contexts.messages, &contexts.errors, &contexts.memory,
-                                kttest::SilentOutput, nullptr);
+                                kttest::AppendToString, &contexts.printed);
   EXPECT_EQ(context.ownsManager, 1);
   EXPECT_FALSE(context.outputLive()) << "no hot query installed";
   kt_set_warning_status_id(&context, "A:b", 3);
@@ -284,7 +279,7 @@ TEST(WarningContext, TranslatesStatusesAndOwnsItsManager) {
   kt_set_warning_status_id(&context, "A:b", 2);
   EXPECT_EQ(kt_get_warning_status_id(&context, "A:b"), KT_WARNING_ERROR);
   kt_clear_warning_context(&context);
-  EXPECT_EQ(kttest::CountingContexts::LiveBlocks(), before);
+  EXPECT_EQ(contexts.LiveBlocks(), 0u);
 
   ktWarningManagerContext* shared = ktNewWarningManager(&contexts.memory);
   kt_warning_context* made = kt_new_warning_context_with_warning_manager(
@@ -293,6 +288,6 @@ TEST(WarningContext, TranslatesStatusesAndOwnsItsManager) {
   kt_delete_warning_context(made);
   EXPECT_EQ(ktGetWarningStatus(shared, "x:y"), KT_WARNING_ON) << "manager survives";
   ktDeleteWarningManager(shared);
-  EXPECT_EQ(kttest::CountingContexts::LiveBlocks(), before);
-  EXPECT_EQ(kttest::CountingContexts::Faults(), 0);
+  EXPECT_EQ(contexts.LiveBlocks(), 0u);
+  EXPECT_EQ(contexts.BadFrees(), 0);
 }

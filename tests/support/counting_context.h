@@ -1,8 +1,9 @@
 // Test support: a memory context whose allocate/reallocate/release track
 // every live block, so tests can assert no leaks, catch double or foreign
 // frees, fail an allocation on demand, and run bodies under kt_try_catch.
-#ifndef KT_TESTS_CONTAINERS_COUNTING_CONTEXT_H
-#define KT_TESTS_CONTAINERS_COUNTING_CONTEXT_H
+// The ledger is not locked: tests allocate from one thread at a time.
+#ifndef KT_TESTS_SUPPORT_COUNTING_CONTEXT_H
+#define KT_TESTS_SUPPORT_COUNTING_CONTEXT_H
 
 #include <cstdlib>
 #include <functional>
@@ -125,4 +126,4 @@ public:
 
 }  // namespace kttest
 
-#endif  // KT_TESTS_CONTAINERS_COUNTING_CONTEXT_H
+#endif  // KT_TESTS_SUPPORT_COUNTING_CONTEXT_H
