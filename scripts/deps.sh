@@ -9,6 +9,7 @@ packages=(
   libboost-log1.74-dev libboost-thread1.74-dev libboost-system1.74-dev
   libboost-filesystem1.74-dev libboost-iostreams1.74-dev
   libicu-dev zlib1g-dev libssl-dev
+  clang-14 libclang-rt-14-dev
 )
 
 missing=()

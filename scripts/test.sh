@@ -3,8 +3,9 @@
 # missing, then builds and tests
 #   1. the normal build (all tests, then install + example consumers),
 #   2. a ThreadSanitizer build (the concurrency tests),
-#   3. an AddressSanitizer + UndefinedBehaviorSanitizer build (all tests);
-# any failure or sanitizer finding fails the run.
+#   3. an AddressSanitizer + UndefinedBehaviorSanitizer build (all tests),
+#   4. every libFuzzer target of fuzz/ for 30 seconds (clang, ASan + UBSan);
+# any failure, sanitizer report or fuzzing finding fails the run.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$root"
@@ -37,3 +38,6 @@ configure_and_build build/asan -DCMAKE_BUILD_TYPE=Debug -DKT_SANITIZE=address \
   -DKT_BUILD_BENCH=OFF
 ASAN_OPTIONS="detect_leaks=1 halt_on_error=1" UBSAN_OPTIONS="print_stacktrace=1 halt_on_error=1" \
   ctest --test-dir build/asan --output-on-failure -j "$jobs"
+
+echo "== fuzz targets, 30 s each =="
+bash scripts/fuzz.sh 30
