@@ -351,7 +351,13 @@ public:
 
     void publish(const Level& level, const Externalizable& object);
 
+    /* The formatter used to compose text; null means SimpleFormatter. */
     Formatter* getFormatter() const;
+    /* Uses `formatter` (may be null) from now on. The handler owns only
+       the formatter that configure() installed: that one is deleted when
+       it is replaced or the handler is destroyed. A formatter given here
+       stays the caller's and must outlive its use by the handler. Not
+       thread-safe against concurrent publishing on the same handler. */
     void setFormatter(Formatter* formatter);
     /* Null when no filter was set. */
     const Filter* getFilter() const;

@@ -96,17 +96,23 @@ int CatchBuildError(kt_error_context* context, void* data, int code, va_list arg
   return 1;
 }
 
+// The members that ktClearBasicContexts releases, in the state that it
+// treats as owning nothing.
+void EmptyInnerContexts(ktBasicContexts* r) {
+  std::memset(&r->namehashContext, 0, sizeof r->namehashContext);
+  std::memset(&r->fpcContext, 0, sizeof r->fpcContext);
+  std::memset(&r->warningContext, 0, sizeof r->warningContext);
+}
+
 // After a failed build, releases what the completed steps own and leaves
-// those members zeroed, so that ktClearBasicContexts stays safe.
+// those members empty, so that ktClearBasicContexts stays safe.
 void UndoInnerContexts(BuildFrame* f) {
   ktBasicContexts* r = f->record;
   if (f->built >= 3)
     kt_clear_namehash(&r->namehashContext);
   if (f->built >= 2)
     kt_clear_fpc_context(&r->fpcContext);
-  std::memset(&r->namehashContext, 0, sizeof r->namehashContext);
-  std::memset(&r->fpcContext, 0, sizeof r->fpcContext);
-  std::memset(&r->warningContext, 0, sizeof r->warningContext);
+  EmptyInnerContexts(r);
 }
 
 // ---- the process-wide current and default records -----------------------------
@@ -178,11 +184,15 @@ extern "C" int ktInitializeBasicContexts_full(
     kt_allocate_function allocate, kt_reallocate_function reallocate,
     kt_release_function release, kt_putsn_function errorOutput, void* errorOutputData,
     kt_putsn_function warningOutput, void* warningOutputData) {
-  // Step 1: the throw hook and an empty error text.
+  // Step 1: the throw hook and an empty error text. The record may come
+  // from the stack or malloc: the members that ktClearBasicContexts
+  // releases start empty, so clearing is safe whichever step fails (the
+  // message context empties itself before it can fail).
   r->throwFunction = throwFunction;
   r->throwData = throwData;
   r->errorCursor = r->errorText;
   r->errorRoom = KT_ERROR_TEXT_SIZE;
+  EmptyInnerContexts(r);
 
   // Steps 2-3: message and error contexts; a failure is explained in the
   // record's own text whatever output the caller chose.

@@ -239,6 +239,9 @@ void panicsf(int status, const char* format, ...) {
 
 void fatal() {
   ReportExitf(2, "");
+  // abort() does not flush stdio: the default output hook writes to stdout,
+  // which is fully buffered when it is a file or a pipe.
+  std::fflush(nullptr);
   std::abort();
 }
 

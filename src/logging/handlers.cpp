@@ -3,8 +3,10 @@
  * composed text "<level name>:\n<formatted object>", and each handler's
  * destination.
  */
+#include <mutex>
 #include <ostream>
 #include <string>
+#include <unordered_map>
 
 #include "kt/logging.h"
 #include "kt/output.h"
@@ -29,7 +31,48 @@ std::string compose(const Handler& handler, const Level& level,
     return text;
 }
 
+/* The formatters that a handler's configure() made, by handler: the only
+   ones a handler deletes. A formatter the caller installs stays the
+   caller's. Kept beside the handlers because their fields are fixed. */
+class OwnedFormatters {
+public:
+    void adopt(const Handler* handler, Formatter* formatter)
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        owned_[handler] = formatter;
+    }
+    /* Gives up the handler's own formatter (null when it has none). */
+    Formatter* release(const Handler* handler)
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto it = owned_.find(handler);
+        if (it == owned_.end())
+            return nullptr;
+        Formatter* formatter = it->second;
+        owned_.erase(it);
+        return formatter;
+    }
+
+private:
+    std::mutex mutex_;
+    std::unordered_map<const Handler*, Formatter*> owned_;
+};
+
+OwnedFormatters& ownedFormatters()
+{
+    static OwnedFormatters* owned = new OwnedFormatters;  // outlives static handlers
+    return *owned;
+}
+
 }  // namespace
+
+/* configure(): a new SimpleFormatter that the handler owns. */
+static void installOwnFormatter(Handler* handler)
+{
+    auto* formatter = new SimpleFormatter;
+    handler->setFormatter(formatter);
+    ownedFormatters().adopt(handler, formatter);
+}
 
 /* ---- Handler ------------------------------------------------------------ */
 
@@ -37,7 +80,7 @@ Handler::Handler() : formatter_(nullptr), filter_(nullptr), level_(Level::All) {
 
 Handler::~Handler()
 {
-    delete formatter_;
+    delete ownedFormatters().release(this);
 }
 
 void Handler::publish(const Level& level, const Externalizable& object)
@@ -50,12 +93,14 @@ Formatter* Handler::getFormatter() const
     return formatter_;
 }
 
+/* The handler's own formatter, if it is being replaced, is deleted; the
+   one given is only used. */
 void Handler::setFormatter(Formatter* formatter)
 {
     if (formatter == formatter_)
         return;
-    delete formatter_;
     formatter_ = formatter;
+    delete ownedFormatters().release(this);
 }
 
 const Filter* Handler::getFilter() const
@@ -129,7 +174,7 @@ TerminalHandler::~TerminalHandler() = default;
 
 void TerminalHandler::configure()
 {
-    setFormatter(new SimpleFormatter);
+    installOwnFormatter(this);
     setLevel(Level(Level::All));
 }
 
@@ -171,7 +216,7 @@ OutputStreamHandler::~OutputStreamHandler() = default;
 
 void OutputStreamHandler::configure()
 {
-    setFormatter(new SimpleFormatter);
+    installOwnFormatter(this);
     setLevel(Level(Level::All));
 }
 

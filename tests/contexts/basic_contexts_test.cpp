@@ -6,6 +6,7 @@
 #include <dlfcn.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -96,7 +97,9 @@ TEST(BasicContexts, LongErrorTextsAreCutNeverOverrun) {
 
 // Fault injection: the n-th allocation fails. Every outcome is success, a
 // message-context failure, or OUT_OF_MEMORY, each explained in errorText;
-// clearing the record afterwards releases everything.
+// clearing the record afterwards releases everything. The record is not
+// zero-filled (regression: clearing after a failed message- or error-context
+// step freed whatever garbage the other members held).
 namespace {
 int gFailAt = 0;
 int gCalls = 0;
@@ -110,7 +113,8 @@ TEST(BasicContexts, FullInitialisationExplainsEveryAllocationFailure) {
   bool sawOutOfMemory = false, sawSuccess = false;
   for (gFailAt = 1; gFailAt <= 60; ++gFailAt) {
     gCalls = 0;
-    auto* record = new ktBasicContexts();
+    auto* record = static_cast<ktBasicContexts*>(std::malloc(sizeof(ktBasicContexts)));
+    std::memset(static_cast<void*>(record), 0xA5, sizeof *record);
     int result = ktInitializeBasicContexts_full(
         record, ThrowHostError, nullptr, FailingAllocate, FailingReallocate, std::free,
         kt_bputsn, &record->errorCursor, kt_bputsn, &record->errorCursor);
@@ -125,7 +129,7 @@ TEST(BasicContexts, FullInitialisationExplainsEveryAllocationFailure) {
           << "fail at " << gFailAt << ": result " << result << " text " << text;
     }
     ktClearBasicContexts(record);
-    delete record;
+    std::free(record);
   }
   EXPECT_TRUE(sawOutOfMemory);
   EXPECT_TRUE(sawSuccess);

@@ -1,9 +1,14 @@
 // The process-ending reports of panics and fatal reach the console through
 // the system logger, at level Severe.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
 
 #include "kt/errors.h"
 #include "kt/logging.h"
@@ -41,13 +46,20 @@ TEST(Reports, ProcessEndingReportReachesConsoleAtSevere)
         ::testing::ExitedWithCode(4), "^$");
 }
 
-TEST(Reports, FatalReportsAndAborts)
+TEST(Reports, FatalReportReachesAFileBeforeTheAbort)
 {
+    // Regression: fatal aborted with its report still in the buffer of a
+    // standard output redirected to a file or a pipe.
+    std::string path = ::testing::TempDir() + "fatal_report.txt";
     EXPECT_EXIT(
         {
-            ktSetVprintfCallbacks(to_stderr, nullptr, nullptr);
+            if (std::freopen(path.c_str(), "w", stdout) == nullptr) std::exit(9);
             fatal();
         },
-        ::testing::KilledBySignal(SIGABRT),
-        "^Severe:\nThe program '\\[[0-9]+\\] : Native' has exited with code 2 \\(0x2\\)\\.\n$");
+        ::testing::KilledBySignal(SIGABRT), "");
+    std::ifstream in(path);
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_THAT(text, ::testing::MatchesRegex("Severe:\nThe program '\\[[0-9]+\\] : Native' "
+                                              "has exited with code 2 \\(0x2\\)\\.\n"));
+    std::remove(path.c_str());
 }
