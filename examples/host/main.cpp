@@ -1,12 +1,14 @@
 // A host program as the product starts one: its own basic-contexts record
 // with a throw hook that turns raised errors into a C++ exception, a
-// message table of its own module, an error raised and caught, and a
-// warning switched on, off and to error.
+// message table of its own module, an error raised and caught, a
+// warning switched on, off and to error, and a virtual-machine context
+// with a warning manager of its own.
 #include <cstdio>
 #include <stdexcept>
 #include <string>
 
 #include <kt/contexts.h>
+#include <kt/vmcontext.h>
 
 namespace {
 
@@ -67,6 +69,19 @@ int main() {
               StatusName(kt_get_warning_status_id(warnings, id)));
   kt_set_warning_status_id(warnings, id, KT_WARNING_ERROR);
   std::printf("  to error:     %s\n", StatusName(kt_get_warning_status_id(warnings, id)));
+
+  // A virtual machine's own state lives in its context, seen by the
+  // threads that entered it.
+  kt_vm_context* vm = ktNewVmContext();
+  ktEnterVmContext(vm);
+  ktWarningManagerContext* vmWarnings = ktNewWarningManager(ktGetMemoryContext());
+  ktSetWarningManagerContext(vmWarnings);
+  std::printf("inside a virtual-machine context: its warning manager is %s\n",
+              ktGetWarningManagerContextSafe() == vmWarnings ? "current" : "missing");
+  ktLeaveVmContext();
+  std::printf("outside it: %s\n", ktGetWarningManagerContextSafe() ? "still seen" : "none");
+  ktDeleteWarningManager(vmWarnings);
+  ktDeleteVmContext(vm);
 
   ktInstallBasicContexts(previous);
   ktClearBasicContexts(&record);

@@ -48,26 +48,73 @@ size_t SlotStore::Size() {
   return slots_.size();
 }
 
+bool VmContext::StartSession() {
+  std::lock_guard<std::mutex> lock(sessionMutex_);
+  if (session_ != nullptr)
+    return false;
+  session_ = std::make_unique<SlotStore>();
+  return true;
+}
+
+bool VmContext::EndSession() {
+  std::unique_ptr<SlotStore> ended;
+  {
+    std::lock_guard<std::mutex> lock(sessionMutex_);
+    ended = std::move(session_);
+  }
+  return ended != nullptr;  // its slots are destroyed outside the lock
+}
+
+SlotStore* VmContext::SessionStore() {
+  std::lock_guard<std::mutex> lock(sessionMutex_);
+  return session_.get();
+}
+
+// This thread's open entries, innermost last. A thread that ends inside
+// contexts gives their entries back, so that they can still be deleted.
+struct ActiveList {
+  std::vector<VmContext*> entered;
+  ~ActiveList() {
+    for (VmContext* context : entered)
+      if (context != nullptr)
+        context->entries_.fetch_sub(1, std::memory_order_acq_rel);
+  }
+};
+
 namespace {
 
 std::vector<VmContext*>& ActiveContexts() {
-  thread_local std::vector<VmContext*> active;
-  return active;
+  thread_local ActiveList active;
+  return active.entered;
 }
 
 }  // namespace
 
-void EnterVmContext(VmContext* context) { ActiveContexts().push_back(context); }
+void EnterVmContext(VmContext* context) {
+  if (context != nullptr)
+    context->entries_.fetch_add(1, std::memory_order_acq_rel);
+  ActiveContexts().push_back(context);
+}
 
 void LeaveVmContext() {
   auto& active = ActiveContexts();
-  if (!active.empty())
-    active.pop_back();
+  if (active.empty())
+    return;
+  if (active.back() != nullptr)
+    active.back()->entries_.fetch_sub(1, std::memory_order_acq_rel);
+  active.pop_back();
 }
 
-bool RequiredContextActive() {
+VmContext* CurrentVmContext() {
   auto& active = ActiveContexts();
-  return !active.empty() && active.back() != nullptr;
+  return active.empty() ? nullptr : active.back();
+}
+
+bool RequiredContextActive() { return CurrentVmContext() != nullptr; }
+
+SlotStore* CurrentSessionStore() {
+  VmContext* context = CurrentVmContext();
+  return context == nullptr ? nullptr : context->SessionStore();
 }
 
 SlotStore& DefaultContextStore() {
@@ -78,7 +125,8 @@ SlotStore& DefaultContextStore() {
 }
 
 SlotStore& CurrentContextStore() {
-  return RequiredContextActive() ? ActiveContexts().back()->store() : DefaultContextStore();
+  VmContext* context = CurrentVmContext();
+  return context != nullptr ? context->store() : DefaultContextStore();
 }
 
 SlotStore& ThisThreadStore() {

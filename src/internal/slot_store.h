@@ -17,6 +17,8 @@
 #ifndef KT_INTERNAL_SLOT_STORE_H
 #define KT_INTERNAL_SLOT_STORE_H
 
+#include <atomic>
+#include <memory>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -89,19 +91,41 @@ private:
 };
 
 // A virtual-machine context: owns the store that its threads see as
-// current while they are inside it.
+// current while they are inside it, and the store of its running session.
 class VmContext {
 public:
   SlotStore& store() { return store_; }
 
+  // A session's state lives from StartSession to EndSession; at most one
+  // runs at a time. Both return false when there is none to start or end.
+  // The host ends a session only when no thread still uses its state.
+  bool StartSession();
+  bool EndSession();
+  // The running session's store, or null.
+  SlotStore* SessionStore();
+
+  // How many entries (on all threads) are still open.
+  int Entries() const { return entries_.load(std::memory_order_acquire); }
+
 private:
+  friend void EnterVmContext(VmContext*);
+  friend void LeaveVmContext();
+  friend struct ActiveList;
+
   SlotStore store_;
+  std::mutex sessionMutex_;
+  std::unique_ptr<SlotStore> session_;
+  std::atomic<int> entries_{0};
 };
 
 // Makes `context` the current context of this thread until the matching
-// LeaveVmContext. Entries nest; leaving restores the previous one.
+// LeaveVmContext. Entries nest; leaving restores the previous one. A
+// thread that ends inside contexts leaves them as it ends.
 void EnterVmContext(VmContext* context);
 void LeaveVmContext();
+
+// The innermost context this thread is inside, or null.
+VmContext* CurrentVmContext();
 
 // Enters a context for the lifetime of the guard.
 class VmContextScope {
@@ -116,6 +140,10 @@ public:
 // that per-thread product state (warning-log factories and the like)
 // requires.
 bool RequiredContextActive();
+
+// The store of the session of the innermost context, or null when this
+// thread is in no context or its context runs no session.
+SlotStore* CurrentSessionStore();
 
 SlotStore& DefaultContextStore();
 SlotStore& CurrentContextStore();

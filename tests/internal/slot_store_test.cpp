@@ -70,9 +70,13 @@ TEST(SlotStore, VmContextsNestAndShadowTheDefault) {
     VmContextScope o(&outer);
     EXPECT_TRUE(RequiredContextActive());
     EXPECT_EQ(&CurrentContextStore(), &outer.store());
+    EXPECT_EQ(CurrentSessionStore(), nullptr);
+    ASSERT_TRUE(outer.StartSession());
+    EXPECT_EQ(CurrentSessionStore(), outer.SessionStore());
     {
       VmContextScope i(&inner);
       EXPECT_EQ(&CurrentContextStore(), &inner.store());
+      EXPECT_EQ(CurrentSessionStore(), nullptr) << "sessions belong to their context";
     }
     EXPECT_EQ(&CurrentContextStore(), &outer.store());
   }

@@ -1,20 +1,29 @@
-// The warning manager's per-context and per-thread state: the current-
-// manager slot, and the warning-log factory and destroy functions that
-// apply only inside a virtual-machine context.
+// The warning manager's per-context and per-thread state, as a host
+// reaches it through libkt.so: the current-manager slot, and the
+// warning-log factory and destroy functions that apply only inside a
+// virtual-machine context.
 #include <atomic>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "internal/slot_store.h"
+#include "kt/vmcontext.h"
 #include "kt/warnings.h"
 #include "support/counting_context.h"
 
-using kt::internal::VmContext;
-using kt::internal::VmContextScope;
-
 namespace {
+
+// Enters a new context for the guard's lifetime, on this thread.
+class EnteredContext {
+public:
+  EnteredContext() : vm(ktNewVmContext()) { ktEnterVmContext(vm); }
+  ~EnteredContext() {
+    ktLeaveVmContext();
+    ktDeleteVmContext(vm);
+  }
+  kt_vm_context* vm;
+};
 
 struct NullLog : ktWarningLog {
   void logWarning(ktWarningManagerContext*, const std::string&, const cx::ustring&, va_list*,
@@ -45,8 +54,7 @@ TEST(WarningSlots, CurrentManagerIsPerProductContext) {
   EXPECT_EQ(ktGetWarningManagerContext(), a);
   EXPECT_EQ(ktGetWarningManagerContextSafe(), nullptr) << "no virtual-machine context active";
   {
-    VmContext vm;
-    VmContextScope scope(&vm);
+    EnteredContext entered;
     EXPECT_EQ(ktGetWarningManagerContext(), nullptr) << "a new context has no manager yet";
     ktSetWarningManagerContext(b);
     EXPECT_EQ(ktGetWarningManagerContextSafe(), b);
@@ -65,8 +73,7 @@ TEST(WarningSlots, LogFactoryAndDestroyApplyOnlyInsideAContext) {
   EXPECT_EQ(ktGetWarningLog(outside), nullptr);
   ktDeleteWarningManager(outside);
 
-  VmContext vm;
-  VmContextScope scope(&vm);
+  EnteredContext entered;
   ktSetWarningLogFactoryFcn(MakeLog);
   ktSetWarningLogDestroyFcn(DestroyLog);
   ktWarningManagerContext* inside = ktNewWarningManager(&contexts.memory);
@@ -76,10 +83,11 @@ TEST(WarningSlots, LogFactoryAndDestroyApplyOnlyInsideAContext) {
   // Another thread has its own (default) factory.
   ktWarningLog* otherThreadLog = reinterpret_cast<ktWarningLog*>(1);
   std::thread([&] {
-    VmContextScope there(&vm);
+    ktEnterVmContext(entered.vm);
     ktWarningManagerContext* m = ktNewWarningManager(&contexts.memory);
     otherThreadLog = ktGetWarningLog(m);
     ktDeleteWarningManager(m);
+    ktLeaveVmContext();
   }).join();
   EXPECT_EQ(otherThreadLog, nullptr);
 
