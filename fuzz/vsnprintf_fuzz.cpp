@@ -4,10 +4,11 @@
 // Checked: nothing is written outside the buffer (it is allocated at its
 // exact size); a capacity of 0 touches nothing; the result is always
 // terminated inside the buffer; well-formed UTF-8 that fits comes back
-// unchanged with its length; ktVprintf hands the hook what ktVSNprintf
+// unchanged with its length, cut ASCII as its prefix; ktVprintf hands the hook what ktVSNprintf
 // gives in a buffer large enough for any re-encoding.
 #include <unicode/ustring.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -65,6 +66,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (IcuAcceptsUtf8(text) && fits) {
     if (n != static_cast<int>(text.size()) || text != buffer.get())
       Fail("well-formed text that fits must come back unchanged");
+  }
+  bool ascii = std::all_of(text.begin(), text.end(), [](char c) { return c > 0; });
+  if (ascii && !fits) {
+    if (n != static_cast<int>(text.size()) || text.compare(0, capacity - 1, buffer.get()) != 0)
+      Fail("cut ASCII text must keep its first capacity - 1 bytes and the full count");
   }
 
   // Step 2: the console path, against a buffer large enough for anything

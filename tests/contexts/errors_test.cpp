@@ -230,26 +230,14 @@ const char* kExitRegex(int code) {
   return s.c_str();
 }
 
-TEST(ProcessEndingDeathTest, PanicExitsWithTheStatusAndReports) {
+// panics' own-line text and fatal are checked in the exit-report tests.
+TEST(ProcessEndingDeathTest, PanicAndPanicsfExitWithTheStatusAndReport) {
   EXPECT_EXIT({ ConsoleToStderr(); Quivera::System::panic(5); }, ::testing::ExitedWithCode(5),
               kExitRegex(5));
-}
-
-TEST(ProcessEndingDeathTest, PanicsReportsTheTextOnItsOwnLine) {
-  EXPECT_EXIT({ ConsoleToStderr(); Quivera::System::panics(3, "disk on fire"); },
-              ::testing::ExitedWithCode(3), std::string("disk on fire\n") + kExitRegex(3));
-}
-
-TEST(ProcessEndingDeathTest, PanicsfFillsTheCallersConversions) {
   EXPECT_EXIT({ ConsoleToStderr(); Quivera::System::panicsf(12, "lost %d of %s. ", 7, "9"); },
               ::testing::ExitedWithCode(12),
               "lost 7 of 9\\. The program '\\[[0-9]+\\] : Native' has exited with code 12 "
               "\\(0xC\\)\\.");
-}
-
-TEST(ProcessEndingDeathTest, FatalAbortsAfterReportingStatusTwo) {
-  EXPECT_EXIT({ ConsoleToStderr(); Quivera::System::fatal(); },
-              ::testing::KilledBySignal(SIGABRT), kExitRegex(2));
 }
 
 int ErrorsToStderr(void*, const char* text, int length) {

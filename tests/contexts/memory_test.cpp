@@ -6,13 +6,16 @@
 
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <new>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "kt/errors.h"
 #include "kt/messages.h"
+#include "support/counting_context.h"
 
 // Huge requests must fail with null rather than end the test under ASan.
 extern "C" __attribute__((visibility("default"), used)) const char* __asan_default_options() {
@@ -101,146 +104,84 @@ TEST(HeapWrappers, DeprecatedZeroingAllocators) {
   EXPECT_THROW(ktNewArrayZero_deprecated(kImpossible), util::detail::legacy_bad_alloc_impl);
 }
 
-// ---- memory contexts -------------------------------------------------------
+// ---- memory contexts ----------------------------------------------------------
 
-// A counting allocator: catches leaks, double frees and foreign pointers,
-// and fails on demand.
-struct Ledger {
-  std::map<void*, size_t> live;
-  int allocations = 0;
-  int releases = 0;
-  int nullReleases = 0;
-  bool failNext = false;
-  bool doubleFree = false;
-};
-Ledger* g_ledger = nullptr;
-
-void* LedgerAlloc(size_t n) {
-  if (g_ledger->failNext) return nullptr;
-  void* p = std::malloc(n);
-  g_ledger->live[p] = n;
-  ++g_ledger->allocations;
-  return p;
-}
-void* LedgerRealloc(void* p, size_t n) {
-  if (g_ledger->failNext) return nullptr;
-  if (p && !g_ledger->live.erase(p)) g_ledger->doubleFree = true;
-  void* q = std::realloc(p, n);
-  g_ledger->live[q] = n;
-  return q;
-}
-void LedgerRelease(void* p) {
-  ++g_ledger->releases;
-  if (p == nullptr) {
-    ++g_ledger->nullReleases;
-    return;
+// A memory context over the counting heap of the test support: leaks,
+// double and foreign frees are checked after every test.
+class MemoryContext : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    ledger.failAfter = -1;
+    EXPECT_EQ(c.LiveBlocks(), 0u) << "leaked blocks";
+    EXPECT_EQ(c.BadFrees(), 0);
   }
-  if (!g_ledger->live.erase(p)) g_ledger->doubleFree = true;
-  std::free(p);
-}
+  kttest::Contexts c;
+  kt_mem_context& mem = c.memory;
+  kttest::HeapLedger& ledger = kttest::Ledger();
+};
 
+// Runs `body` under a frame that accepts every raise: the raised code (0 for
+// none), the raise count and the text the frame formats.
 struct Raised {
   int code = 0;
   int raises = 0;
   std::string text;
 };
-
-int Printed(void* data, const char* text, int length) {
-  static_cast<std::string*>(data)->append(text, static_cast<size_t>(length));
-  return length;
-}
-
-class MemoryContext : public ::testing::Test {
- protected:
-  void SetUp() override {
-    g_ledger = &ledger;
-    int status = 0;
-    ASSERT_EQ(kt_initialize_message_context(&status, &mc, ktMalloc, ktRealloc), 0);
-    ASSERT_EQ(kt_initialize_error_context(&status, &ec, &mc, Printed, &printed), 0);
-    kt_initialize_memory_context(&mem, &ec, LedgerAlloc, LedgerRealloc, LedgerRelease);
-  }
-  void TearDown() override {
-    kt_clear_message_context(&mc, ktFree);
-    EXPECT_TRUE(ledger.live.empty()) << "leaked blocks";
-    EXPECT_FALSE(ledger.doubleFree);
-    g_ledger = nullptr;
-  }
-  Ledger ledger;
-  std::string printed;
-  kt_message_context mc;
-  kt_error_context ec;
-  kt_mem_context mem;
-};
-
-int AcceptAll(kt_error_context*, void* data, int code, va_list) {
-  auto* r = static_cast<Raised*>(data);
-  r->code = code;
-  ++r->raises;
-  return 1;
-}
-
-TEST_F(MemoryContext, RecordIsFilledAndTableRegistered) {
-  EXPECT_EQ(mem.errorContext, &ec);
-  EXPECT_EQ(mem.errorContextCopy, &ec);
-  EXPECT_STREQ(kt_get_message(&mc, KT_OUT_OF_MEMORY), "Error: Out of memory.");
-  EXPECT_STREQ(kt_get_message_mnemonic(&mc, KT_OUT_OF_MEMORY), "OUT_OF_MEMORY");
-}
-
-TEST_F(MemoryContext, FailingAllocateRaisesOutOfMemoryExactlyOnce) {
+template <class Body>
+Raised CatchRaise(kt_error_context* ec, Body body) {
   struct Job {
-    kt_mem_context* mem;
-    size_t size;
-    Raised r;
-  } job{&mem, 0, {}};
-  auto body = [](kt_error_context*, void* data) {
-    auto* j = static_cast<Job*>(data);
-    g_ledger->failNext = true;
-    void* p = kt_mem_alloc(j->mem, j->size);
-    g_ledger->failNext = false;
-    if (j->size != 0) ADD_FAILURE() << "kt_mem_alloc returned after a raise";
-    EXPECT_EQ(p, nullptr);
-  };
-  auto accept = [](kt_error_context* c, void* data, int raised, va_list a) {
-    return AcceptAll(c, &static_cast<Job*>(data)->r, raised, a);
-  };
-  // Size 0 never calls allocate, even one that would fail.
-  EXPECT_EQ(kt_try_catch(&ec, &job, body, accept), 0);
-  EXPECT_EQ(job.r.raises, 0);
-  job.size = 100;
-  int code = kt_try_catch(&ec, &job, body, accept);
-  ledger.failNext = false;
-  EXPECT_EQ(code, 0x20001);
-  EXPECT_EQ(job.r.raises, 1);
-  EXPECT_EQ(ec.top, nullptr);
-}
-
-TEST_F(MemoryContext, OutOfMemoryTextReachesTheFrame) {
-  struct Job {
-    kt_mem_context* mem;
-    std::string text;
-  } job{&mem, {}};
-  int code = kt_try_catch(&ec, &job, [](kt_error_context*, void* data) {
-    g_ledger->failNext = true;
-    kt_mem_realloc(static_cast<Job*>(data)->mem, nullptr, 10);
-  }, [](kt_error_context* c, void* data, int raised, va_list a) {
-    char buf[128];
-    kt_vsprintm(c->messageContext, buf, sizeof buf, raised, a);
-    static_cast<Job*>(data)->text = buf;
+    Body* body;
+    Raised raised;
+  } job{&body, {}};
+  job.raised.code = kt_try_catch(ec, &job, [](kt_error_context*, void* data) {
+    (*static_cast<Job*>(data)->body)();
+  }, [](kt_error_context* context, void* data, int code, va_list args) {
+    char text[256];
+    kt_vsprintm(context->messageContext, text, sizeof text, code, args);
+    static_cast<Job*>(data)->raised.text = text;
+    ++static_cast<Job*>(data)->raised.raises;
     return 1;
   });
-  ledger.failNext = false;
-  EXPECT_EQ(code, KT_OUT_OF_MEMORY);
-  EXPECT_EQ(job.text, "Error: Out of memory.");
+  return job.raised;
+}
+
+// Every allocating entry raises OUT_OF_MEMORY once, with its text, when the
+// allocator fails, and never returns to its caller; size 0 never allocates.
+TEST_F(MemoryContext, EveryAllocatingEntryRaisesOutOfMemoryOnce) {
+  EXPECT_STREQ(kt_get_message_mnemonic(&c.messages, KT_OUT_OF_MEMORY), "OUT_OF_MEMORY");
+  kt_mem_context* m = &mem;
+  std::vector<std::function<void*()>> entries = {
+      [m] { return kt_mem_alloc(m, 100); },
+      [m] { return kt_mem_calloc(m, 7); },
+      [m] { return kt_mem_realloc(m, nullptr, 10); },
+      [m] { return kt_mem_strdup(m, "text"); },
+      [m] { return kt_new_memory_context(m->errorContext, kttest::CountingAllocate,
+                                         kttest::CountingReallocate, kttest::CountingRelease); },
+  };
+  for (size_t i = 0; i < entries.size(); ++i) {
+    Raised r = CatchRaise(&c.errors, [&] {
+      ledger.failAfter = 0;
+      entries[i]();
+      ADD_FAILURE() << "entry " << i << " returned after a raise";
+    });
+    ledger.failAfter = -1;
+    EXPECT_EQ(r.code, KT_OUT_OF_MEMORY) << i;
+    EXPECT_EQ(r.raises, 1) << i;
+    EXPECT_EQ(r.text, "Error: Out of memory.") << i;
+  }
+  EXPECT_EQ(c.errors.top, nullptr);
+  ledger.failAfter = 0;
+  EXPECT_EQ(kt_mem_alloc(&mem, 0), nullptr) << "size 0 never calls allocate";
 }
 
 TEST_F(MemoryContext, ReallocToZeroReleasesEvenNull) {
+  size_t releases = ledger.releases, allocations = ledger.allocations;
   EXPECT_EQ(kt_mem_realloc(&mem, nullptr, 0), nullptr);
-  EXPECT_EQ(ledger.nullReleases, 1);
+  EXPECT_EQ(ledger.releases, releases + 1) << "release(null) is called";
   void* p = kt_mem_alloc(&mem, 10);
   EXPECT_EQ(kt_mem_realloc(&mem, p, 0), nullptr);
-  EXPECT_EQ(ledger.releases, 2);
-  EXPECT_EQ(kt_mem_alloc(&mem, 0), nullptr);
-  EXPECT_EQ(ledger.allocations, 1);
+  EXPECT_EQ(ledger.releases, releases + 2);
+  EXPECT_EQ(ledger.allocations, allocations + 1);
 }
 
 TEST_F(MemoryContext, CallocZeroFillsExactlyAndStrdupCopies) {
@@ -292,26 +233,16 @@ TEST_F(MemoryContext, RandomAllocationModel) {
     }
   }
   for (auto& [p, info] : model) kt_mem_free(&mem, p);
-  EXPECT_EQ(ledger.live.size(), 0u);
 }
 
 TEST_F(MemoryContext, NewAndDeleteUseTheGivenFunctions) {
-  kt_mem_context* m = kt_new_memory_context(&ec, LedgerAlloc, LedgerRealloc, LedgerRelease);
-  EXPECT_EQ(ledger.allocations, 1);
-  EXPECT_EQ(m->release, &LedgerRelease);
+  size_t releases = ledger.releases;
+  kt_mem_context* m = kt_new_memory_context(&c.errors, kttest::CountingAllocate,
+                                            kttest::CountingReallocate, kttest::CountingRelease);
+  EXPECT_EQ(c.LiveBlocks(), 1u);
+  EXPECT_EQ(m->release, &kttest::CountingRelease);
   kt_delete_memory_context(m);
-  EXPECT_EQ(ledger.releases, 1);
-}
-
-TEST_F(MemoryContext, NewWithFailingAllocateRaises) {
-  Raised r;
-  int code = kt_try_catch(&ec, &r, [](kt_error_context* c, void*) {
-    g_ledger->failNext = true;
-    kt_new_memory_context(c, LedgerAlloc, LedgerRealloc, LedgerRelease);
-  }, AcceptAll);
-  ledger.failNext = false;
-  EXPECT_EQ(code, KT_OUT_OF_MEMORY);
-  EXPECT_EQ(r.raises, 1);
+  EXPECT_EQ(ledger.releases, releases + 1);
 }
 
 // A malformed table registered through a memory context becomes a raised
@@ -322,28 +253,15 @@ const char* const kBadTexts[] = {"a", "b"};
 const kt_message_table kBadTable = {2, 5, kBadCodes, kBadMnemonics, kBadTexts, "bad"};
 
 TEST_F(MemoryContext, MalformedTableIsRaisedAsExplainingMessage) {
-  struct Job {
-    kt_mem_context* mem;
-    std::string text;
-  } job{&mem, {}};
-  int code = kt_try_catch(&ec, &job, [](kt_error_context*, void* data) {
-    kt_mem_add_primary_message_table(static_cast<Job*>(data)->mem, &kBadTable);
-  }, [](kt_error_context* c, void* data, int raised, va_list a) {
-    char buf[256];
-    kt_vsprintm(c->messageContext, buf, sizeof buf, raised, a);
-    static_cast<Job*>(data)->text = buf;
-    return 1;
-  });
-  EXPECT_EQ(code, KT_WRONG_CODE);
-  EXPECT_EQ(job.text, "Internal Error: Module 5 has a wrong code at entry 2.");
-  EXPECT_EQ(kt_get_message(&mc, (5 << 16) | 1), nullptr);  // nothing half registered
+  Raised r = CatchRaise(&c.errors, [&] { kt_mem_add_primary_message_table(&mem, &kBadTable); });
+  EXPECT_EQ(r.code, KT_WRONG_CODE);
+  EXPECT_EQ(r.text, "Internal Error: Module 5 has a wrong code at entry 2.");
+  EXPECT_EQ(kt_get_message(&c.messages, (5 << 16) | 1), nullptr);  // nothing half registered
 }
 
 TEST_F(MemoryContext, RemovingAnUnknownTableRaises) {
-  int code = kt_try_catch(&ec, &mem, [](kt_error_context*, void* data) {
-    kt_mem_remove_primary_message_table(static_cast<kt_mem_context*>(data), &kBadTable);
-  }, [](kt_error_context*, void*, int, va_list) { return 1; });
-  EXPECT_EQ(code, KT_NO_MEMORY_FOR_MESSAGE_CONTEXT);  // -1 reads as the memory failure
+  Raised r = CatchRaise(&c.errors, [&] { kt_mem_remove_primary_message_table(&mem, &kBadTable); });
+  EXPECT_EQ(r.code, KT_NO_MEMORY_FOR_MESSAGE_CONTEXT);  // -1 reads as the memory failure
 }
 
 }  // namespace

@@ -39,7 +39,6 @@ struct Capture {
 bool AlwaysHot(void*) { return true; }
 bool HotWhenDataIsOne(void* data) { return *static_cast<int*>(data) == 1; }
 
-std::string Repeat(char c, size_t n) { return std::string(n, c); }
 
 TEST(Output, NullOutputFunctionFallsBackToDefaultAndIsNotHot) {
   ktVprintfFunction out0;
@@ -95,20 +94,6 @@ TEST(Output, SwapReturnsPreviousValuesAndNullStoresDefault) {
   ktPrintf("x");
   EXPECT_EQ(c.text, "x");
   EXPECT_TRUE(ktPrintfIsHot());
-}
-
-// ktPrintf must equal vsnprintf for every length, in particular across the
-// 1022/1023-byte stack limit and the doubling steps above it.
-TEST(Output, PrintfMatchesVsnprintfAcrossGrowthBoundaries) {
-  const size_t lengths[] = {0, 1, 1021, 1022, 1023, 1024, 2045, 2046, 2047, 4095, 4096, 5000, 70000};
-  for (size_t n : lengths) {
-    Capture c;
-    std::string body = Repeat('a', n);
-    int r = ktPrintf("%s", body.c_str());
-    EXPECT_EQ(r, static_cast<int>(n));
-    EXPECT_EQ(c.text, body) << n;
-    EXPECT_EQ(c.calls, 1);  // one piece, whatever the growth
-  }
 }
 
 TEST(Output, RandomFormatsMatchSnprintf) {
@@ -176,26 +161,11 @@ int CallVSN(char* buf, size_t cap, const char* fmt, ...) {
   return n;
 }
 
-TEST(Output, VSNprintfCapacityRules) {
-  char buf[16];
-  std::memset(buf, '#', sizeof buf);
-  EXPECT_EQ(CallVSN(buf, 0, "%s", "hello"), 5);
-  EXPECT_EQ(buf[0], '#');  // capacity 0 touches nothing
-  EXPECT_EQ(CallVSN(buf, 4, "%s", "hello"), 5);
-  EXPECT_STREQ(buf, "hel");
-  EXPECT_EQ(CallVSN(buf, 6, "%s", "hello"), 5);
-  EXPECT_STREQ(buf, "hello");
-  EXPECT_EQ(CallVSN(buf, 1, "%s", "hello"), 5);
-  EXPECT_STREQ(buf, "");
-}
-
-TEST(Output, VSNprintfKeepsValidUtf8AndReencodesInvalidText) {
+// Capacities, cut text and well-formed UTF-8 are covered by the fuzz
+// target; here, that a byte which is not UTF-8 is read in the locale's code
+// page and comes back as valid UTF-8 (whatever character the page maps it to).
+TEST(Output, VSNprintfReencodesInvalidText) {
   char buf[64];
-  const char* utf8 = "caf\xC3\xA9 \xE2\x82\xAC";
-  EXPECT_EQ(CallVSN(buf, sizeof buf, "%s", utf8), static_cast<int>(std::strlen(utf8)));
-  EXPECT_STREQ(buf, utf8);
-  // A lone 0xE9 is not UTF-8: it is read in the locale's code page and
-  // comes back as valid UTF-8 (whatever character that page maps it to).
   int n = CallVSN(buf, sizeof buf, "caf%c!", 0xE9);
   EXPECT_EQ(n, static_cast<int>(std::strlen(buf)));
   EXPECT_EQ(std::string(buf, 3), "caf");

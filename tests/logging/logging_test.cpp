@@ -149,20 +149,6 @@ TEST(Level, ComparisonsFollowSignedValuesOnly)
     EXPECT_TRUE(lv(100) > Level(Level::Info));
 }
 
-TEST(Level, CopiesCarryNameAndValue)
-{
-    Level a(Level::Severe);
-    Level b(a);
-    EXPECT_EQ(b.value, Level::Severe);
-    EXPECT_STREQ(b.getName(), "Severe");
-    Level c(Level::All);
-    c = lv(3);
-    EXPECT_STREQ(c.getName(), "Unknown log level");
-    c.copy(a);
-    EXPECT_EQ(c.name, a.name);
-    EXPECT_EQ(c.value, a.value);
-}
-
 // ---- Loggers and handlers: thresholds, Off and filters --------------------
 
 // Model: a message reaches a handler when the logger's threshold and the
@@ -204,23 +190,6 @@ TEST(Logger, ThresholdsOffAndFiltersAgreeWithModel)
     EXPECT_EQ(CountingHandler::live, 0);
 }
 
-TEST(Logger, OffPassesNothingEvenAtOff)
-{
-    Logger logger;
-    auto* handler = new CountingHandler;
-    logger.addHandler(handler);
-    logger.setLevel(Level(Level::Off));
-    logger.log(Level(Level::Off), Text("x"));
-    logger.log(lv(1000), Text("x"));
-    EXPECT_EQ(handler->published, 0);
-
-    logger.setLevel(Level(Level::All));
-    handler->setLevel(Level(Level::Off));
-    logger.log(Level(Level::Off), Text("x"));
-    EXPECT_EQ(handler->published, 0);
-    EXPECT_FALSE(handler->isLoggable(Level(Level::Off), Text("x")));
-}
-
 TEST(Logger, FiltersSeeLevelAndObject)
 {
     Logger logger;
@@ -258,36 +227,10 @@ TEST(Logger, HandlersPublishedInOrderAdded)
     EXPECT_EQ(seen[2], "3 Info:\nhello");
 }
 
-// Regression: removing a handler added twice must drop both entries and
-// must not destroy it, and the logger must not destroy it later either.
-TEST(Logger, RemoveHandlerAddedTwiceDropsBothAndKeepsIt)
-{
-    ASSERT_EQ(CountingHandler::live, 0);
-    auto* twice = new CountingHandler;
-    auto* other = new CountingHandler;
-    {
-        Logger logger;
-        logger.addHandler(twice);
-        logger.addHandler(other);
-        logger.addHandler(twice);
-        logger.log(Level(Level::Info), Text("a"));
-        EXPECT_EQ(twice->published, 2);
-        logger.removeHandler(twice);
-        EXPECT_EQ(CountingHandler::live, 2);
-        logger.log(Level(Level::Info), Text("b"));
-        EXPECT_EQ(twice->published, 2);
-        EXPECT_EQ(other->published, 2);
-    }
-    // The logger destroyed the handler it still owned, not the removed one.
-    EXPECT_EQ(CountingHandler::live, 1);
-    EXPECT_EQ(twice->published, 2);
-    delete twice;
-    EXPECT_EQ(CountingHandler::live, 0);
-}
-
 // Model-based: random adds, removes and logs over a pool of handlers agree
 // with a plain vector of entries; each handler is published to once per
-// entry it has in the list.
+// entry it has in the list. Guards a fault seen before: removing a handler
+// added twice dropped one entry only, and the logger later destroyed it.
 TEST(Logger, RandomAddRemoveAgreesWithModel)
 {
     const int pool_size = 5;
@@ -405,26 +348,19 @@ TEST(Handler, DebugOutputGoesToStandardErrorAsFormat)
 
 // ---- Terminal output -----------------------------------------------------
 
-TEST(TerminalHandler, ComposesLevelNameAndText)
+// The composed text is a printf format: "%%" comes out as "%".
+TEST(TerminalHandler, ComposesLevelNameAndTextAsAFormat)
 {
     ConsoleCapture console;
     TerminalHandler handler;
     EXPECT_EQ(handler.getLevel().value, Level::All);
     handler.publish(Level(Level::Warning), Text("x"));
-    EXPECT_EQ(console.text, "Warning:\nx");
+    handler.publish(Level(Level::Info), Text("100%% sure\n"));
+    EXPECT_EQ(console.text, "Warning:\nxInfo:\n100% sure\n");
     handler.close();
     handler.setLevel(Level(Level::Severe));
     handler.publish(Level(Level::Warning), Text("hidden"));
-    EXPECT_EQ(console.text, "Warning:\nx");
-}
-
-// The composed text is a printf format: "%%" comes out as "%".
-TEST(TerminalHandler, PercentIsReadAsConversion)
-{
-    ConsoleCapture console;
-    TerminalHandler handler;
-    handler.publish(Level(Level::Info), Text("100%% sure\n"));
-    EXPECT_EQ(console.text, "Info:\n100% sure\n");
+    EXPECT_EQ(console.text, "Warning:\nxInfo:\n100% sure\n");
 }
 
 // ---- Object output -----------------------------------------------------------
@@ -458,17 +394,8 @@ TEST(ObjectOutputStream, EveryTypeAsText)
               "12-1");
 }
 
-TEST(ObjectOutputStream, NullStringMarksStreamBad)
-{
-    std::ostringstream stream;
-    ObjectOutputStream out(stream);
-    out.write_c_str("ok");
-    out.write_c_str(nullptr);
-    EXPECT_TRUE(stream.bad());
-    EXPECT_EQ(stream.str(), "ok");
-}
-
-TEST(ObjectOutputStream, WriteBytesWritesNothing)
+// write_bytes writes nothing at all; a null C string marks the stream bad.
+TEST(ObjectOutputStream, WriteBytesAndNullString)
 {
     std::ostringstream stream;
     ObjectOutputStream out(stream);
@@ -477,8 +404,10 @@ TEST(ObjectOutputStream, WriteBytesWritesNothing)
     out.write_bytes(bytes, 0, 4);
     out.write_bytes(nullptr, 7, 100);
     out.write_c_str("]");
-    EXPECT_EQ(stream.str(), "[]");
     EXPECT_TRUE(stream.good());
+    out.write_c_str(nullptr);
+    EXPECT_TRUE(stream.bad());
+    EXPECT_EQ(stream.str(), "[]");
 }
 
 // The stream's own formatting settings apply: the values go through its

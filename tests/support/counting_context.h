@@ -22,6 +22,7 @@ namespace kttest {
 struct HeapLedger {
   std::map<void*, size_t> live;  // block -> size
   size_t allocations = 0;        // successful allocate/reallocate-from-null calls
+  size_t releases = 0;           // release calls, null included
   size_t lastSize = 0;           // size of the latest request
   int badFrees = 0;              // frees of blocks not live (double or foreign)
   long failAfter = -1;           // fail the request after this many more; -1 never
@@ -53,6 +54,7 @@ inline void* CountingAllocate(size_t size) {
 }
 
 inline void CountingRelease(void* p) {
+  Ledger().releases++;
   if (p == nullptr)
     return;
   if (Ledger().live.erase(p) == 0) {
