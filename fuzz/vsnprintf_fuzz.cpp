@@ -26,14 +26,6 @@ bool IcuAcceptsUtf8(const std::string& text) {
   return status == U_BUFFER_OVERFLOW_ERROR || U_SUCCESS(status);
 }
 
-int Format(char* buffer, size_t capacity, const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  int n = ktVSNprintf(buffer, capacity, format, args);
-  va_end(args);
-  return n;
-}
-
 std::string g_captured;
 int Capture(const char* text, void*) {
   g_captured = text;
@@ -56,7 +48,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // Step 1: the bounded form, into a buffer of exactly `capacity` bytes.
   std::unique_ptr<char[]> buffer(new char[capacity ? capacity : 1]);
   buffer[0] = '#';
-  int n = Format(capacity ? buffer.get() : nullptr, capacity, "%s", text.c_str());
+  int n = ktSNprintf(capacity ? buffer.get() : nullptr, capacity, "%s", text.c_str());
   if (capacity == 0) {
     if (n != static_cast<int>(text.size())) Fail("capacity 0 must return the count");
     return 0;
@@ -77,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // (a byte re-encodes to at most three).
   size_t roomy = 3 * text.size() + 1;
   std::unique_ptr<char[]> whole(new char[roomy]);
-  int expected = Format(whole.get(), roomy, "%s", text.c_str());
+  int expected = ktSNprintf(whole.get(), roomy, "%s", text.c_str());
   ktSetVprintfCallbacks(Capture, nullptr, nullptr);
   g_captured.clear();
   int printed = ktPrintf("%s", text.c_str());

@@ -11,14 +11,6 @@
 
 namespace {
 
-int Format(char* buf, size_t cap, const char* fmt, ...) {
-  va_list a;
-  va_start(a, fmt);
-  int n = ktVSNprintf(buf, cap, fmt, a);
-  va_end(a);
-  return n;
-}
-
 class Latin1Locale : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -31,7 +23,7 @@ class Latin1Locale : public ::testing::Test {
 
 TEST_F(Latin1Locale, InvalidUtf8IsReencodedAndCounted) {
   char buf[32];
-  EXPECT_EQ(Format(buf, sizeof buf, "caf%c", 0xE9), 5);  // the UTF-8 length
+  EXPECT_EQ(ktSNprintf(buf, sizeof buf, "caf%c", 0xE9), 5);  // the UTF-8 length
   EXPECT_STREQ(buf, "caf\xC3\xA9");
 }
 
@@ -39,13 +31,13 @@ TEST_F(Latin1Locale, ReencodedTextIsCutToTheCapacity) {
   char buf[5];
   std::memset(buf, '#', sizeof buf);
   // "\xE9\xE9\xE9" fits the formatter (3 bytes) but its UTF-8 (6) does not.
-  EXPECT_EQ(Format(buf, sizeof buf, "%s", "\xE9\xE9\xE9"), 6);
+  EXPECT_EQ(ktSNprintf(buf, sizeof buf, "%s", "\xE9\xE9\xE9"), 6);
   EXPECT_STREQ(buf, "\xC3\xA9\xC3\xA9");
 }
 
 TEST_F(Latin1Locale, CutTextReturnsTheFormatterCount) {
   char buf[4];
-  EXPECT_EQ(Format(buf, sizeof buf, "%s", "ab\xE9xyz"), 6);
+  EXPECT_EQ(ktSNprintf(buf, sizeof buf, "%s", "ab\xE9xyz"), 6);
   EXPECT_STREQ(buf, "ab\xC3");  // re-encoded "ab\xC3\xA9", cut to 3 bytes
 }
 
