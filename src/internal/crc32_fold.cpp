@@ -110,7 +110,7 @@ __attribute__((target("pclmul,sse4.1"))) inline uint32_t FinishFold(__m128i x,
                                                                    const unsigned char* p,
                                                                    size_t length) {
   const __m128i k16 = Pair(kAhead16);
-  const __m128i k64 = _mm_set_epi64x(0, kReduce64);
+  const __m128i reduce = _mm_set_epi64x(0, kReduce64);
   const __m128i barrett = _mm_set_epi64x(kMuPrime, kPolyPrime);
   const __m128i low32 = _mm_set_epi32(0, 0, 0, -1);
   for (; length >= 16; p += 16, length -= 16)
@@ -119,7 +119,7 @@ __attribute__((target("pclmul,sse4.1"))) inline uint32_t FinishFold(__m128i x,
   // 128 bits to 64, then 64 to 32: each a shift and one multiplication.
   __m128i t = _mm_clmulepi64_si128(x, k16, 0x10);
   x = _mm_xor_si128(_mm_srli_si128(x, 8), t);
-  t = _mm_clmulepi64_si128(_mm_and_si128(x, low32), k64, 0x00);
+  t = _mm_clmulepi64_si128(_mm_and_si128(x, low32), reduce, 0x00);
   x = _mm_xor_si128(_mm_srli_si128(x, 4), t);
 
   // Barrett reduction to the 32-bit remainder.
