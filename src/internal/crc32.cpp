@@ -1,22 +1,20 @@
-// CRC-32 register stepping: bytewise reference, slicing-by-8, and
-// carry-less-multiply folding for long inputs.
+// CRC-32 register stepping: bytewise reference, slicing-by-8, and the
+// choice between those and carry-less-multiply folding (crc32_fold.cpp).
 #include "internal/crc32.h"
 
 #include <cstring>
 
-#include <immintrin.h>
+#include "internal/crc32_fold.h"
 
 namespace kt::internal {
 namespace {
-
-constexpr uint32_t kPolynomial = 0xEDB88320u;
 
 constexpr Crc32Tables BuildTables() {
   Crc32Tables t{};
   for (uint32_t i = 0; i < 256; ++i) {
     uint32_t reg = i;
     for (int bit = 0; bit < 8; ++bit)
-      reg = (reg & 1) ? (reg >> 1) ^ kPolynomial : reg >> 1;
+      reg = (reg & 1) ? (reg >> 1) ^ kCrc32Polynomial : reg >> 1;
     t.slice[0][i] = reg;
   }
   for (int k = 1; k < 8; ++k)
@@ -57,82 +55,44 @@ uint32_t Crc32RegisterSliced(uint32_t reg, const unsigned char* data, size_t len
 
 namespace {
 
-// Folding constants for the reflected polynomial: x^(k) mod P for the
-// distances of a four-lane (512-bit) fold, a one-lane (128-bit) fold and
-// the 64-bit reduction, then P' and mu' for the final Barrett reduction.
-constexpr long long kFold4Low = 0x154442bd4, kFold4High = 0x1c6e41596;
-constexpr long long kFold1Low = 0x1751997d0, kFold1High = 0x0ccaa009e;
-constexpr long long kFold64 = 0x163cd6124;
-constexpr long long kPolyPrime = 0x1db710641, kMuPrime = 0x1f7011641;
+// Shortest inputs the folding methods take; shorter ones use the tables.
+constexpr size_t kFold128Minimum = 64;
+constexpr size_t kFold512Minimum = 256;
 
-__attribute__((target("pclmul,sse4.1"))) inline __m128i Fold(__m128i lane, __m128i k,
-                                                            __m128i next) {
-  __m128i low = _mm_clmulepi64_si128(lane, k, 0x00);
-  __m128i high = _mm_clmulepi64_si128(lane, k, 0x11);
-  return _mm_xor_si128(_mm_xor_si128(low, high), next);
-}
-
-__attribute__((target("pclmul,sse4.1"))) inline __m128i Load(const unsigned char* p) {
-  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-}
-
-// Folds `length` bytes (at least 64, a multiple of 16) into the register.
-__attribute__((target("pclmul,sse4.1"))) uint32_t Crc32Clmul(uint32_t reg,
-                                                           const unsigned char* p,
-                                                           size_t length) {
-  const __m128i k4 = _mm_set_epi64x(kFold4High, kFold4Low);
-  const __m128i k1 = _mm_set_epi64x(kFold1High, kFold1Low);
-  const __m128i k64 = _mm_set_epi64x(0, kFold64);
-  const __m128i barrett = _mm_set_epi64x(kMuPrime, kPolyPrime);
-  const __m128i low32 = _mm_set_epi32(0, 0, 0, -1);
-
-  // Step 1: four lanes of 128 bits, the register folded into the first.
-  __m128i x0 = _mm_xor_si128(Load(p), _mm_cvtsi32_si128(static_cast<int>(reg)));
-  __m128i x1 = Load(p + 16), x2 = Load(p + 32), x3 = Load(p + 48);
-  p += 64;
-  length -= 64;
-  for (; length >= 64; p += 64, length -= 64) {
-    x0 = Fold(x0, k4, Load(p));
-    x1 = Fold(x1, k4, Load(p + 16));
-    x2 = Fold(x2, k4, Load(p + 32));
-    x3 = Fold(x3, k4, Load(p + 48));
-  }
-
-  // Step 2: fold the four lanes into one, then any remaining 16-byte blocks.
-  x0 = Fold(x0, k1, x1);
-  x0 = Fold(x0, k1, x2);
-  x0 = Fold(x0, k1, x3);
-  for (; length >= 16; p += 16, length -= 16)
-    x0 = Fold(x0, k1, Load(p));
-
-  // Step 3: reduce 128 bits to 64, then 64 to 32.
-  __m128i t = _mm_clmulepi64_si128(x0, k1, 0x10);
-  x0 = _mm_xor_si128(_mm_srli_si128(x0, 8), t);
-  t = _mm_clmulepi64_si128(_mm_and_si128(x0, low32), k64, 0x00);
-  x0 = _mm_xor_si128(_mm_srli_si128(x0, 4), t);
-
-  // Step 4: Barrett reduction to the 32-bit remainder.
-  t = _mm_clmulepi64_si128(_mm_and_si128(x0, low32), barrett, 0x10);
-  t = _mm_clmulepi64_si128(_mm_and_si128(t, low32), barrett, 0x00);
-  x0 = _mm_xor_si128(x0, t);
-  return static_cast<uint32_t>(_mm_extract_epi32(x0, 1));
+Crc32Method DetectBestMethod() {
+  Crc32FoldSupport support = Crc32DetectFoldSupport();
+  if (support.fold512)
+    return Crc32Method::kFold512;
+  if (support.fold128)
+    return Crc32Method::kFold128;
+  return Crc32Method::kSliced;
 }
 
 }  // namespace
 
-bool Crc32HasClmul() {
-  static const bool has = __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("sse4.1");
-  return has;
+Crc32Method Crc32BestMethod() {
+  static const Crc32Method best = DetectBestMethod();
+  return best;
+}
+
+bool Crc32MethodAvailable(Crc32Method method) { return method <= Crc32BestMethod(); }
+
+uint32_t Crc32RegisterWith(Crc32Method method, uint32_t reg, const unsigned char* data,
+                           size_t length) {
+  if (method == Crc32Method::kBytewise)
+    return Crc32RegisterBytewise(reg, data, length);
+  size_t folded = length & ~size_t{15};
+  if (method == Crc32Method::kFold512 && length >= kFold512Minimum)
+    reg = Crc32Fold512(reg, data, folded);
+  else if (method >= Crc32Method::kFold128 && length >= kFold128Minimum)
+    reg = Crc32Fold128(reg, data, folded);
+  else
+    folded = 0;
+  return Crc32RegisterSliced(reg, data + folded, length - folded);
 }
 
 uint32_t Crc32Register(uint32_t reg, const unsigned char* data, size_t length) {
-  if (length >= 64 && Crc32HasClmul()) {
-    size_t folded = length & ~size_t{15};
-    reg = Crc32Clmul(reg, data, folded);
-    data += folded;
-    length -= folded;
-  }
-  return Crc32RegisterSliced(reg, data, length);
+  return Crc32RegisterWith(Crc32BestMethod(), reg, data, length);
 }
 
 }  // namespace kt::internal

@@ -1,5 +1,5 @@
-// The fast CRC-32 register methods agree with the bytewise reference, and
-// the reference agrees with a bit-at-a-time definition of the polynomial.
+// Every CRC-32 register method, forced one at a time, agrees with the
+// bytewise reference, which agrees with a bit-at-a-time definition.
 #include "internal/crc32.h"
 
 #include <random>
@@ -20,36 +20,53 @@ uint32_t BitwiseRegister(uint32_t reg, const unsigned char* p, size_t n) {
   return reg;
 }
 
+std::vector<unsigned char> RandomBytes(std::mt19937_64& rng, size_t n) {
+  std::vector<unsigned char> v(n);
+  for (auto& b : v) b = static_cast<unsigned char>(rng());
+  return v;
+}
+
+const Crc32Method kMethods[] = {Crc32Method::kBytewise, Crc32Method::kSliced,
+                                Crc32Method::kFold128, Crc32Method::kFold512};
+
 }  // namespace
 
-TEST(Crc32Table, IsTheStandardTable) {
-  const uint32_t* t = kCrc32Tables.slice[0];
-  EXPECT_EQ(t[0], 0u);
-  EXPECT_EQ(t[1], 0x77073096u);
-  EXPECT_EQ(t[128], 0xEDB88320u);
-  EXPECT_EQ(t[255], 0x2D02EF8Du);
+// The best method is the one the compiler's own feature test (which also
+// asks the OS about the ZMM state) would pick, so no path goes unused.
+TEST(Crc32Register, DetectionAgreesWithTheCompiler) {
+  bool narrow = __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("sse4.1");
+  bool wide = narrow && __builtin_cpu_supports("vpclmulqdq") && __builtin_cpu_supports("avx512f") &&
+              __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl");
+  EXPECT_EQ(Crc32BestMethod(), wide     ? Crc32Method::kFold512
+                               : narrow ? Crc32Method::kFold128
+                                        : Crc32Method::kSliced);
 }
 
-TEST(Crc32Register, BytewiseMatchesBitwiseDefinition) {
-  std::mt19937_64 rng(7);
-  std::vector<unsigned char> data(512);
-  for (auto& b : data) b = static_cast<unsigned char>(rng());
-  for (size_t n = 0; n <= data.size(); n += 7) {
-    uint32_t seed = static_cast<uint32_t>(rng());
-    ASSERT_EQ(Crc32RegisterBytewise(seed, data.data(), n), BitwiseRegister(seed, data.data(), n));
-  }
-}
-
-TEST(Crc32Register, FastMethodsMatchBytewiseForEveryLengthAndOffset) {
+// Every length to 1100 and a few large ones, each at a random alignment,
+// in one piece and chained over random split points.
+TEST(Crc32Register, EveryMethodMatchesBytewiseOnRandomBuffersAndChainedSplits) {
   std::mt19937_64 rng(8);
-  std::vector<unsigned char> data(1100);
-  for (auto& b : data) b = static_cast<unsigned char>(rng());
-  for (size_t offset = 0; offset < 9; ++offset)
-    for (size_t n = 0; n + offset <= data.size(); n += (n < 300 ? 1 : 37)) {
+  auto data = RandomBytes(rng, (1 << 20) + 64);
+  std::vector<size_t> lengths = {4099, 65536, 100003, 1 << 20};
+  for (size_t n = 0; n <= 1100; ++n) lengths.push_back(n);
+  for (Crc32Method method : kMethods) {
+    if (!Crc32MethodAvailable(method))
+      continue;
+    for (size_t n : lengths) {
+      const unsigned char* p = data.data() + rng() % 64;
       uint32_t seed = static_cast<uint32_t>(rng());
-      const unsigned char* p = data.data() + offset;
       uint32_t expected = Crc32RegisterBytewise(seed, p, n);
-      ASSERT_EQ(Crc32RegisterSliced(seed, p, n), expected) << offset << " " << n;
-      ASSERT_EQ(Crc32Register(seed, p, n), expected) << offset << " " << n;
+      if (method == Crc32Method::kBytewise) {
+        ASSERT_EQ(expected, BitwiseRegister(seed, p, n)) << "n=" << n;
+      }
+      ASSERT_EQ(Crc32RegisterWith(method, seed, p, n), expected)
+          << static_cast<int>(method) << " n=" << n;
+      uint32_t reg = seed;
+      for (size_t pos = 0, piece; pos < n; pos += piece) {
+        piece = std::min<size_t>(n - pos, rng() % 700);
+        reg = Crc32RegisterWith(method, reg, p + pos, piece);
+      }
+      ASSERT_EQ(reg, expected) << static_cast<int>(method) << " n=" << n << " in pieces";
     }
+  }
 }
