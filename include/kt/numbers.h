@@ -4,10 +4,11 @@
  * Decimal conversion. Doubles convert to and from decimal text correctly
  * rounded, with David M. Gay's algorithms (big integers of 32-bit words):
  *
- *   - kt_dtoa: the decimal digits of a double (mode 0: the shortest digit
- *     string that reads back to the same double; modes 2 and 3: a given
- *     number of significant or fractional digits);
- *   - kt_strtod: decimal text to the nearest double (ties to even);
+ *   - kt_dtoa: the decimal digits of a double (modes 0 and 1: the shortest
+ *     digit string that reads back to the same double; modes 2 to 5: a
+ *     given number of significant or fractional digits);
+ *   - kt_strtod: decimal or hexadecimal text to the nearest double (ties
+ *     to even);
  *   - kt_g_fmt: the shortest text that reads back to the same double, with
  *     a ".0" on integral values and "e+06"-style exponents.
  *
@@ -126,16 +127,26 @@ KT_API char* kt_dtoa(kt_fpc_context* ctx, double x, char* buf, size_t bufsize, i
                      int ndigits, int* decpt, int* sign, char** rve);
 
 /*
- * Parses decimal text at `s` into the nearest double (ties to even):
- * optional white space, an optional sign, digits with an optional ".",
- * an optional exponent "e"/"E" with optional sign; or, case-insensitively,
- * "inf", "infinity", "nan" or "nan(chars)". `*end` (if not null) is set
- * after the last character used, or to `s` when no number was found (the
- * result is then 0). `*status` (if not null) is set to KT_STRTOD_OK on
- * entry, then to KT_STRTOD_OVERFLOW when a finite text is too large (the
- * result is +-Inf) or KT_STRTOD_UNDERFLOW when a nonzero text rounds to
- * zero. errno is not touched. Hexadecimal text is not recognised. A null
- * `s` gives 0 with `*end` null.
+ * Parses the number at `s` into the nearest double (ties to even): optional
+ * white space, an optional sign, then
+ *   - decimal text: digits with an optional ".", an optional exponent
+ *     "e"/"E" with optional sign;
+ *   - hexadecimal text: "0x"/"0X", hex digits with an optional ".", an
+ *     optional binary exponent "p"/"P" with optional sign ("0x1.8p-2" is
+ *     0.375), rounded like decimal text (subnormals included);
+ *   - case-insensitively "inf", "infinity", "nan" or "nan(chars)", chars
+ *     being letters, digits and '_'. When chars is a hexadecimal number
+ *     (an optional "0x" and hex digits), its low 52 bits become the NaN's
+ *     fraction bits as written, so "nan(1)" is the signalling NaN
+ *     0x7ff0000000000001; a zero or non-hexadecimal payload gives the
+ *     default quiet NaN 0x7ff8000000000000 (sign bit from the text).
+ * `*end` (if not null) is set after the last character used, or to `s`
+ * when no number was found (the result is then 0); "0x" without hex digits
+ * reads as the number 0 ending before the "x". `*status` (if not null) is
+ * set to KT_STRTOD_OK on entry, then to KT_STRTOD_OVERFLOW when a finite
+ * text is too large (the result is +-Inf) or KT_STRTOD_UNDERFLOW when a
+ * nonzero text rounds to zero. errno is not touched, and the decimal
+ * point is "." whatever the locale. A null `s` gives 0 with `*end` null.
  */
 KT_API double kt_strtod(kt_fpc_context* ctx, const char* s, char** end, int* status);
 
