@@ -8,8 +8,8 @@
 // modes 0 and 1 read back to the double; modes 2 and 3 are printf's %.*e
 // and %.*f (correctly rounded) with trailing zeros dropped; modes 4 and 5
 // give mode 0's digits whenever the mode 2/3 digits read back, else one of
-// the two; kt_g_fmt reads back through both parsers and a small buffer
-// holds a prefix of the same text.
+// the two; kt_g_fmt's text (at most 25 characters) reads back through both
+// parsers, and a small buffer holds a prefix of the same text.
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -111,8 +111,9 @@ void CheckDigits(double x, int mode, int ndigits, const Digits& got) {
 void CheckGFmt(double x, size_t size) {
   char full[32];
   kt_g_fmt(ktGetFpcContext(), x, full, sizeof full);
-  if (!std::isnan(x) && (std::strtod(full, nullptr) != x ||
-                         kt_strtod(ktGetFpcContext(), full, nullptr, nullptr) != x))
+  if (std::strlen(full) > 25) Fail(x, -1, 0, "g_fmt text longer than 25 characters");
+  double back = std::strtod(full, nullptr), ours = kt_strtod(ktGetFpcContext(), full, nullptr, nullptr);
+  if (!std::isnan(x) && (std::memcmp(&back, &x, 8) != 0 || std::memcmp(&ours, &x, 8) != 0))
     Fail(x, -1, 0, "g_fmt text does not read back");
   std::unique_ptr<char[]> small(new char[size]);
   kt_g_fmt(ktGetFpcContext(), x, small.get(), size);
