@@ -4,10 +4,11 @@
  * Decimal conversion. Doubles convert to and from decimal text correctly
  * rounded, with David M. Gay's algorithms (big integers of 32-bit words):
  *
- *   - kt_dtoa: the decimal digits of a double (mode 0: the shortest digit
- *     string that reads back to the same double; modes 2 and 3: a given
- *     number of significant or fractional digits);
- *   - kt_strtod: decimal text to the nearest double (ties to even);
+ *   - kt_dtoa: the decimal digits of a double (modes 0 and 1: the shortest
+ *     digit string that reads back to the same double; modes 2 to 5: a
+ *     given number of significant or fractional digits);
+ *   - kt_strtod: decimal or hexadecimal text to the nearest double (ties
+ *     to even);
  *   - kt_g_fmt: the shortest text that reads back to the same double, with
  *     a ".0" on integral values and "e+06"-style exponents.
  *
@@ -99,31 +100,53 @@ KT_API void kt_delete_fpc_context(kt_fpc_context* ctx);
  * point relative to the first digit (digits "15", decpt 1 is 1.5; decpt -2
  * is .0015), `*sign` 1 when the sign bit is set, and `*rve` (if not null)
  * the end of the digits. Trailing zeros are never produced.
- *   mode 0: the shortest string that reads back to x (ndigits ignored);
- *   mode 1: as mode 0 but at most max(ndigits, 1) digits, rounded;
+ *   mode 0: the shortest string that reads back to x, the nearest such
+ *           (ndigits ignored). A string exactly halfway to a neighbour
+ *           counts as reading back when x's last bit is 0 (ties to even):
+ *           the double nearest 1e23 gives "1", decpt 24;
+ *   mode 1: the shortest string that reads back under any rounding of
+ *           halfway cases (Steele and White's stopping rule; ndigits
+ *           ignored): the double nearest 1e23 gives "9999999999999999",
+ *           decpt 23; 123.456 gives "123456", decpt 3;
  *   mode 2: max(ndigits, 1) significant digits, correctly rounded;
  *   mode 3: ndigits digits after the decimal point (may be negative); a
- *           value that rounds to nothing gives "" and decpt = -ndigits.
- * Modes 4 and 5 act as 2 and 3, 6 to 9 as 2 to 5, others as mode 0.
- * Ties round to even. Zero gives "0" with decpt 1 (sign set for -0).
- * Inf gives "Inf", NaN "NaN", both with decpt 9999; a NaN reports sign 0
- * whatever its sign bit, deliberately. A buffer too small for the digits
- * and the NUL gives a null result (18 bytes always suffice for mode 0).
+ *           value that rounds to nothing gives "" and decpt = -ndigits;
+ *   modes 4 and 5: as 2 and 3, but mode 0's digits when mode 0 stops
+ *           within that many digits (0.3 in mode 4 with 17 digits gives
+ *           "3", not "29999999999999999").
+ * Modes 6 to 9 act as 2 to 5, others as mode 0. Rounding is to nearest,
+ * ties to even. Zero gives "0" with decpt 1 (sign set for -0). Inf gives
+ * "Inf", NaN "NaN", both with decpt 9999; a NaN reports sign 0 whatever its
+ * sign bit, deliberately. When the final digits and their NUL do not fit
+ * in `bufsize` bytes (or `buf` is null) the result is null and nothing is
+ * stored, neither in `buf` nor through the out pointers; whether it fits
+ * depends only on the final text (18 bytes always suffice for modes 0
+ * and 1, 800 for any mode). Big integers come from `ctx` (see above).
  */
 KT_API char* kt_dtoa(kt_fpc_context* ctx, double x, char* buf, size_t bufsize, int mode,
                      int ndigits, int* decpt, int* sign, char** rve);
 
 /*
- * Parses decimal text at `s` into the nearest double (ties to even):
- * optional white space, an optional sign, digits with an optional ".",
- * an optional exponent "e"/"E" with optional sign; or, case-insensitively,
- * "inf", "infinity", "nan" or "nan(chars)". `*end` (if not null) is set
- * after the last character used, or to `s` when no number was found (the
- * result is then 0). `*status` (if not null) is set to KT_STRTOD_OK on
- * entry, then to KT_STRTOD_OVERFLOW when a finite text is too large (the
- * result is +-Inf) or KT_STRTOD_UNDERFLOW when a nonzero text rounds to
- * zero. errno is not touched. Hexadecimal text is not recognised. A null
- * `s` gives 0 with `*end` null.
+ * Parses the number at `s` into the nearest double (ties to even): optional
+ * white space, an optional sign, then
+ *   - decimal text: digits with an optional ".", an optional exponent
+ *     "e"/"E" with optional sign;
+ *   - hexadecimal text: "0x"/"0X", hex digits with an optional ".", an
+ *     optional binary exponent "p"/"P" with optional sign ("0x1.8p-2" is
+ *     0.375), rounded like decimal text (subnormals included);
+ *   - case-insensitively "inf", "infinity", "nan" or "nan(chars)", chars
+ *     being letters, digits and '_'. When chars is a hexadecimal number
+ *     (an optional "0x" and hex digits), its low 52 bits become the NaN's
+ *     fraction bits as written, so "nan(1)" is the signalling NaN
+ *     0x7ff0000000000001; a zero or non-hexadecimal payload gives the
+ *     default quiet NaN 0x7ff8000000000000 (sign bit from the text).
+ * `*end` (if not null) is set after the last character used, or to `s`
+ * when no number was found (the result is then 0); "0x" without hex digits
+ * reads as the number 0 ending before the "x". `*status` (if not null) is
+ * set to KT_STRTOD_OK on entry, then to KT_STRTOD_OVERFLOW when a finite
+ * text is too large (the result is +-Inf) or KT_STRTOD_UNDERFLOW when a
+ * nonzero text rounds to zero. errno is not touched, and the decimal
+ * point is "." whatever the locale. A null `s` gives 0 with `*end` null.
  */
 KT_API double kt_strtod(kt_fpc_context* ctx, const char* s, char** end, int* status);
 

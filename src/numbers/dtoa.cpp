@@ -1,11 +1,19 @@
 // kt_dtoa: decimal digits of a double, after David M. Gay's dtoa.
 //
 // The value v = f * 2^e is scaled to r/s = v / 10^k with big integers, and
-// digits are the successive quotients of r by s. Mode 0 stops as soon as the
-// digits read back to v: the margins m- and m+ are half the gaps to the
-// neighbouring doubles, included when f is even (round-half-even reading).
-// Modes 2 and 3 produce a fixed count of digits and round the rest, ties to
-// even. Trailing zeros are never produced.
+// digits are the successive quotients of r by s. The margins m- and m+ are
+// half the gaps to the neighbouring doubles. Modes:
+//   0: stop as soon as the digits read back to v; a boundary counts as
+//      reading back when f is even (round-half-even reading);
+//   1: the same with boundaries never counting (the Steele and White
+//      stopping rule), so 1e23 prints as 9.999999999999999e22;
+//   2, 3: a fixed count of significant or fractional digits, rounded with
+//      ties to even;
+//   4, 5: as 2 and 3, but stopping early with mode 0's rule.
+// Trailing zeros are never produced. The digits are built in a local buffer
+// and handed over only when they fit the caller's, so the outcome depends
+// only on the final text.
+#include <limits.h>
 #include <stdint.h>
 #include <string.h>
 
@@ -16,7 +24,6 @@
 
 using kt::internal::bits_of;
 using kt::internal::Big;
-using kt::internal::Bigint;
 using kt::internal::big_cmp;
 using kt::internal::big_copy;
 using kt::internal::big_diff;
@@ -31,6 +38,9 @@ namespace {
 
 const uint64_t kFractionMask = (uint64_t(1) << 52) - 1;
 const uint64_t kHiddenBit = uint64_t(1) << 52;
+// The exact decimal expansion of a double has at most 767 significant
+// digits, so no mode ever produces more than this.
+const int kMaxDigits = 800;
 
 // A positive finite double as f * 2^e with f an integer.
 struct Decomposed {
@@ -54,36 +64,33 @@ Decomposed decompose(uint64_t u) {
     return d;
 }
 
-// Bounded digit output.
-struct DigitBuffer {
-    char* buf;
-    size_t cap;  // bytes, including room for the NUL
-    size_t len;
-    bool overflow;
+// Everything a conversion reports, before any of it reaches the caller.
+struct Conversion {
+    char digits[kMaxDigits];
+    int len;
+    int decpt;
+    int sign;
 
     void put(char c) {
-        if (len + 1 >= cap) {
-            overflow = true;
-            return;
-        }
-        buf[len++] = c;
+        if (len < kMaxDigits)
+            digits[len++] = c;
     }
 };
 
 // Adds one unit in the last digit; "999" becomes "1" with k one higher.
-void round_up(DigitBuffer& out, int& k) {
-    while (out.len > 0 && out.buf[out.len - 1] == '9')
+void round_up(Conversion& out, int& k) {
+    while (out.len > 0 && out.digits[out.len - 1] == '9')
         out.len--;
     if (out.len == 0) {
         out.put('1');
         k++;
         return;
     }
-    out.buf[out.len - 1]++;
+    out.digits[out.len - 1]++;
 }
 
-void strip_trailing_zeros(DigitBuffer& out) {
-    while (out.len > 1 && out.buf[out.len - 1] == '0')
+void strip_trailing_zeros(Conversion& out) {
+    while (out.len > 1 && out.digits[out.len - 1] == '0')
         out.len--;
 }
 
@@ -97,16 +104,15 @@ int upper_decimal_exponent(const Decomposed& d) {
 }
 
 // The scaled quantities of the digit loop: r / s = v / 10^k, and mlo / s,
-// mhi / s the half-gaps to the neighbours (mode 0 and 1 only).
+// mhi / s the half-gaps to the neighbours (modes 0, 1, 4 and 5 only).
 struct Scaled {
     Big r;
     Big s;
     Big mlo;
     Big mhi;
     bool haveMargins;
-    bool mhiDoubled;  // mhi = 2 * mlo
-    explicit Scaled(kt_fpc_context* ctx) : r(ctx), s(ctx), mlo(ctx), mhi(ctx),
-                                           haveMargins(false), mhiDoubled(false) {}
+    explicit Scaled(kt_fpc_context* ctx)
+        : r(ctx), s(ctx), mlo(ctx), mhi(ctx), haveMargins(false) {}
 };
 
 // Step 1: build r, s and the margins from v = f * 2^e and the decimal
@@ -157,9 +163,8 @@ void scale(Scaled& sc, const Decomposed& d, int k, bool margins) {
     big_set_u64(sc.mlo, 1);
     big_pow5mult(sc.mlo, m5);
     big_lshift(sc.mlo, m2);
-    sc.mhiDoubled = d.lowerGapSmaller;
     big_copy(sc.mhi, sc.mlo.get());
-    if (sc.mhiDoubled)
+    if (d.lowerGapSmaller)
         big_lshift(sc.mhi, 1);
 }
 
@@ -179,13 +184,25 @@ int compare_high(Scaled& sc, Big& delta) {
     return big_cmp(sc.r.get(), delta.get());
 }
 
-// Step 2 for modes 0 and 1: digits until they read back to v, or until
-// `limit` digits (mode 1) followed by rounding.
-void shortest_digits(Scaled& sc, const Decomposed& d, int limit, DigitBuffer& out, int& k) {
-    kt_fpc_context* ctx = sc.r.ctx();
-    Big delta(ctx);
-    bool even = (d.f & 1) == 0;
-    for (int count = 1;; count++) {
+// Rounds the digits so far by the remainder r / s: up above one half,
+// ties to an even last digit.
+void round_remainder(Scaled& sc, Conversion& out, int& k) {
+    big_lshift(sc.r, 1);
+    int j = big_cmp(sc.r.get(), sc.s.get());
+    int last = out.digits[out.len - 1] - '0';
+    if (j > 0 || (j == 0 && (last & 1)))
+        round_up(out, k);
+    strip_trailing_zeros(out);
+}
+
+// Step 2 for modes 0, 1, 4 and 5: digits until they read back to v (the
+// boundaries included when `inclusive` and f is even), or until `limit`
+// digits followed by rounding.
+void shortest_digits(Scaled& sc, const Decomposed& d, bool inclusive, int64_t limit,
+                     Conversion& out, int& k) {
+    Big delta(sc.r.ctx());
+    bool even = inclusive && (d.f & 1) == 0;
+    for (int64_t count = 1;; count++) {
         int dig = big_quorem(sc.r.get(), sc.s.get());
         int low = big_cmp(sc.r.get(), sc.mlo.get());
         int high = compare_high(sc, delta);
@@ -204,26 +221,20 @@ void shortest_digits(Scaled& sc, const Decomposed& d, int limit, DigitBuffer& ou
             return;
         }
         out.put(static_cast<char>('0' + dig));
-        if (count == limit || out.overflow)
+        if (count == limit)
             break;
         times_ten(sc);
     }
-    // Mode 1 ran out of digits: round what is left, ties to even.
-    big_lshift(sc.r, 1);
-    int j = big_cmp(sc.r.get(), sc.s.get());
-    int last = out.buf[out.len - 1] - '0';
-    if (j > 0 || (j == 0 && (last & 1)))
-        round_up(out, k);
-    strip_trailing_zeros(out);
+    round_remainder(sc, out, k);
 }
 
-// Step 2 for modes 2 and 3: `limit` digits (at least 1), correctly rounded.
-void fixed_digits(Scaled& sc, int limit, DigitBuffer& out, int& k) {
-    int dig = 0;
-    for (int count = 1;; count++) {
-        dig = big_quorem(sc.r.get(), sc.s.get());
+// Step 2 for modes 2 and 3: `limit` digits (at least 1), correctly rounded;
+// fewer when the expansion ends sooner.
+void fixed_digits(Scaled& sc, int64_t limit, Conversion& out, int& k) {
+    for (int64_t count = 1;; count++) {
+        int dig = big_quorem(sc.r.get(), sc.s.get());
         out.put(static_cast<char>('0' + dig));
-        if (big_is_zero(sc.r.get()) || out.overflow) {
+        if (big_is_zero(sc.r.get())) {
             strip_trailing_zeros(out);
             return;
         }
@@ -231,16 +242,13 @@ void fixed_digits(Scaled& sc, int limit, DigitBuffer& out, int& k) {
             break;
         times_ten(sc);
     }
-    big_lshift(sc.r, 1);
-    int j = big_cmp(sc.r.get(), sc.s.get());
-    if (j > 0 || (j == 0 && (dig & 1)))
-        round_up(out, k);
-    strip_trailing_zeros(out);
+    round_remainder(sc, out, k);
 }
 
-// Mode 3 when no digit position is left (limit <= 0): the value rounds to
-// nothing, or, when above half of 10^(k+1) with limit 0, to a single "1".
-void no_digits_or_one(Scaled& sc, int limit, int ndigits, DigitBuffer& out, int& k) {
+// Modes 3 and 5 when no digit position is left (limit <= 0): the value
+// rounds to nothing, or, when above half of 10^(k+1) with limit 0, to a
+// single "1".
+void no_digits_or_one(Scaled& sc, int64_t limit, int ndigits, Conversion& out, int& k) {
     if (limit == 0) {
         big_multadd(sc.s, 5, 0);
         if (big_cmp(sc.r.get(), sc.s.get()) > 0) {
@@ -255,33 +263,18 @@ void no_digits_or_one(Scaled& sc, int limit, int ndigits, DigitBuffer& out, int&
 int normalise_mode(int mode) {
     if (mode < 0 || mode > 9)
         return 0;
-    if (mode >= 6)
-        mode -= 4;
-    if (mode >= 4)
-        mode -= 2;
-    return mode;
+    return mode >= 6 ? mode - 4 : mode;
 }
 
-char* finish(DigitBuffer& out, int decimalPoint, int* decpt, char** rve) {
-    if (out.overflow)
-        return nullptr;
-    out.buf[out.len] = '\0';
-    if (decpt != nullptr)
-        *decpt = decimalPoint;
-    if (rve != nullptr)
-        *rve = out.buf + out.len;
-    return out.buf;
-}
-
-char* special(DigitBuffer& out, const char* text, int value, int* decpt, char** rve) {
+void special(Conversion& out, const char* text, int decpt) {
     for (const char* p = text; *p != '\0'; p++)
         out.put(*p);
-    return finish(out, value, decpt, rve);
+    out.decpt = decpt;
 }
 
 // Mode 0 through the 64-bit fast path: the same digits as the big-integer
 // loop, an order of magnitude sooner.
-char* shortest_fast(uint64_t u, DigitBuffer& out, int* decpt, char** rve) {
+void shortest_fast(uint64_t u, Conversion& out) {
     uint64_t f;
     int e;
     kt::internal::shortest_digits(u, &f, &e);
@@ -295,72 +288,93 @@ char* shortest_fast(uint64_t u, DigitBuffer& out, int* decpt, char** rve) {
         reversed[n++] = static_cast<char>('0' + f % 10);
     for (int i = n - 1; i >= 0; i--)
         out.put(reversed[i]);
-    return finish(out, n + e, decpt, rve);
+    out.decpt = n + e;
+}
+
+// Step 3 for a positive finite nonzero double: the digits of `mode`.
+void finite_digits(kt_fpc_context* ctx, uint64_t u, int mode, int ndigits, Conversion& out) {
+    Decomposed d = decompose(u);
+    int k = upper_decimal_exponent(d);
+    bool margins = mode != 2 && mode != 3;
+    Scaled sc(ctx);
+    scale(sc, d, k, margins);
+    // k may be one too high; then scale r (and the margins) by ten.
+    if (big_cmp(sc.r.get(), sc.s.get()) < 0) {
+        k--;
+        times_ten(sc);
+    }
+    if (ndigits < -INT_MAX)
+        ndigits = -INT_MAX;  // keeps -ndigits representable below
+    int64_t limit = INT64_MAX;
+    if (mode == 2 || mode == 4)
+        limit = ndigits > 0 ? ndigits : 1;
+    else if (mode == 3 || mode == 5)
+        limit = int64_t(k) + 1 + ndigits;
+    if (limit <= 0)
+        no_digits_or_one(sc, limit, ndigits, out, k);
+    else if (margins)
+        shortest_digits(sc, d, mode != 1, limit, out, k);
+    else
+        fixed_digits(sc, limit, out, k);
+    out.decpt = k + 1;
+}
+
+void convert(kt_fpc_context* ctx, double x, int mode, int ndigits, bool fastPath,
+             Conversion& out) {
+    uint64_t u = bits_of(x);
+    out.len = 0;
+    out.sign = static_cast<int>(u >> 63);
+    u &= ~(uint64_t(1) << 63);
+    mode = normalise_mode(mode);
+    if ((u >> 52) == 0x7ff) {
+        bool nan = (u & kFractionMask) != 0;
+        // A NaN reports no sign, whatever its sign bit (callers print it bare).
+        if (nan)
+            out.sign = 0;
+        special(out, nan ? "NaN" : "Inf", KT_DTOA_SPECIAL_DECPT);
+    } else if (u == 0) {
+        special(out, "0", 1);
+    } else if (fastPath && mode == 0) {
+        shortest_fast(u, out);
+    } else {
+        finite_digits(ctx, u, mode, ndigits, out);
+    }
+}
+
+// Hands the digits over when they and their NUL fit; otherwise nothing is
+// stored and the result is null.
+char* deliver(const Conversion& c, char* buf, size_t bufsize, int* decpt, int* sign,
+              char** rve) {
+    if (static_cast<size_t>(c.len) >= bufsize)
+        return nullptr;
+    memcpy(buf, c.digits, static_cast<size_t>(c.len));
+    buf[c.len] = '\0';
+    if (decpt != nullptr)
+        *decpt = c.decpt;
+    if (sign != nullptr)
+        *sign = c.sign;
+    if (rve != nullptr)
+        *rve = buf + c.len;
+    return buf;
+}
+
+char* dtoa(kt_fpc_context* ctx, double x, char* buf, size_t bufsize, int mode, int ndigits,
+           int* decpt, int* sign, char** rve, bool fastPath) {
+    if (buf == nullptr)
+        return nullptr;
+    Conversion out;
+    convert(ctx, x, mode, ndigits, fastPath, out);
+    return deliver(out, buf, bufsize, decpt, sign, rve);
 }
 
 }  // namespace
 
 char* kt_dtoa(kt_fpc_context* ctx, double x, char* buf, size_t bufsize, int mode, int ndigits,
               int* decpt, int* sign, char** rve) {
-    uint64_t u = bits_of(x);
-    uint64_t magnitude = u & ~(uint64_t(1) << 63);
-    bool inFastRange = magnitude != 0 && (magnitude >> 52) != 0x7ff;
-    if (buf == nullptr || normalise_mode(mode) != 0 || !inFastRange)
-        return kt::internal::dtoa_reference(ctx, x, buf, bufsize, mode, ndigits, decpt, sign, rve);
-    DigitBuffer out = {buf, bufsize, 0, false};
-    if (sign != nullptr)
-        *sign = static_cast<int>(u >> 63);
-    return shortest_fast(magnitude, out, decpt, rve);
+    return dtoa(ctx, x, buf, bufsize, mode, ndigits, decpt, sign, rve, true);
 }
 
 char* kt::internal::dtoa_reference(kt_fpc_context* ctx, double x, char* buf, size_t bufsize,
                                    int mode, int ndigits, int* decpt, int* sign, char** rve) {
-    DigitBuffer out = {buf, bufsize, 0, false};
-    if (buf == nullptr)
-        return nullptr;
-    uint64_t u = bits_of(x);
-    int negative = static_cast<int>(u >> 63);
-    u &= ~(uint64_t(1) << 63);
-    if (sign != nullptr)
-        *sign = negative;
-    if ((u >> 52) == 0x7ff) {
-        if ((u & kFractionMask) != 0) {
-            // NaN: no sign, whatever its sign bit (callers print it bare).
-            if (sign != nullptr)
-                *sign = 0;
-            return special(out, "NaN", KT_DTOA_SPECIAL_DECPT, decpt, rve);
-        }
-        return special(out, "Inf", KT_DTOA_SPECIAL_DECPT, decpt, rve);
-    }
-    if (u == 0)
-        return special(out, "0", 1, decpt, rve);
-
-    mode = normalise_mode(mode);
-    Decomposed d = decompose(u);
-    int k = upper_decimal_exponent(d);
-    bool margins = mode <= 1;
-    Scaled sc(ctx);
-    scale(sc, d, k, margins);
-
-    // Step 1b: k may be one too high; then scale r (and margins) by ten.
-    Big delta(ctx);
-    int check = margins ? compare_high(sc, delta) : big_cmp(sc.r.get(), sc.s.get());
-    bool tooHigh = margins ? ((d.f & 1) == 0 ? check < 0 : check <= 0) : check < 0;
-    if (tooHigh) {
-        k--;
-        times_ten(sc);
-    }
-
-    if (mode <= 1) {
-        int limit = mode == 1 ? (ndigits > 0 ? ndigits : 1) : -1;
-        shortest_digits(sc, d, limit, out, k);
-        return finish(out, k + 1, decpt, rve);
-    }
-    int limit = mode == 2 ? (ndigits > 0 ? ndigits : 1) : k + 1 + ndigits;
-    if (limit <= 0) {
-        no_digits_or_one(sc, limit, ndigits, out, k);
-        return finish(out, k + 1, decpt, rve);
-    }
-    fixed_digits(sc, limit, out, k);
-    return finish(out, k + 1, decpt, rve);
+    return dtoa(ctx, x, buf, bufsize, mode, ndigits, decpt, sign, rve, false);
 }

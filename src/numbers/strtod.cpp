@@ -1,7 +1,8 @@
 // kt_strtod: decimal text to the nearest double, after David M. Gay's strtod.
 //
 // Named steps:
-//   1. scan the text: sign, significant digits, decimal exponent, end;
+//   1. scan the text: sign, significant digits, decimal exponent, end
+//      (hexadecimal text and "inf"/"nan" forms are read apart);
 //   2. quick answers: zero, certain overflow or underflow, and the exact
 //      case of at most 15 digits with a small power of ten (one correctly
 //      rounded IEEE operation on exact operands);
@@ -19,6 +20,7 @@
 #include "internal/double_bits.h"
 #include "internal/fpc_bigint.h"
 #include "internal/fpc_fastpaths.h"
+#include "internal/fpc_hexfloat.h"
 #include "kt/numbers.h"
 
 using kt::internal::bits_of;
@@ -39,7 +41,6 @@ namespace {
 const int kMaxDigits = 800;
 
 struct Scanned {
-    bool negative;
     const char* end;       // after the last character used
     char digits[kMaxDigits + 2];
     int count;             // significant digits kept (no leading/trailing zeros)
@@ -96,17 +97,19 @@ struct DigitSink {
     }
 };
 
-// Step 1. Reads the mantissa and exponent; leaves sc.end at `s` when there
-// is no number (infinity and NaN are handled by the caller).
-void scan(const char* s, Scanned& sc) {
-    const char* p = s;
-    while (is_space(*p))
-        p++;
-    sc.negative = false;
-    if (*p == '-' || *p == '+') {
-        sc.negative = *p == '-';
-        p++;
-    }
+// Optional white space and sign; returns what follows.
+const char* skip_space_and_sign(const char* s, bool* negative) {
+    while (is_space(*s))
+        s++;
+    *negative = *s == '-';
+    if (*s == '-' || *s == '+')
+        s++;
+    return s;
+}
+
+// Step 1. Reads the mantissa and exponent at `p` (after space and sign);
+// leaves sc.end at `s` when there is no number.
+void scan(const char* s, const char* p, Scanned& sc) {
     sc.count = 0;
     sc.exponent = 0;
     sc.sawDigit = false;
@@ -152,36 +155,35 @@ void scan(const char* s, Scanned& sc) {
     sc.exponent = scale;
 }
 
-// "inf", "infinity", "nan", "nan(chars)" after optional space and sign.
-bool scan_special(const char* s, double* value, const char** end) {
-    const char* p = s;
-    while (is_space(*p))
-        p++;
-    bool negative = false;
-    if (*p == '-' || *p == '+') {
-        negative = *p == '-';
-        p++;
-    }
+// "inf", "infinity", "nan", "nan(chars)" at `p` (after space and sign),
+// case-insensitively; the caller applies the sign. In "nan(chars)" the chars are letters, digits and '_'; when they are a
+// hexadecimal number (optionally "0x"-prefixed) its low 52 bits become the
+// fraction of the NaN, as written (the quiet bit is not forced). A zero
+// fraction, or chars of any other kind, give the default quiet NaN.
+bool scan_special(const char* p, double* value, const char** end) {
     const char* q = match_word(p, "inf");
     if (q != nullptr) {
         const char* longer = match_word(q, "inity");
         *end = longer != nullptr ? longer : q;
-        *value = negative ? -__builtin_inf() : __builtin_inf();
+        *value = __builtin_inf();
         return true;
     }
     q = match_word(p, "nan");
     if (q == nullptr)
         return false;
+    uint64_t fraction = 0;
     if (*q == '(') {
         const char* r = q + 1;
         while (is_digit(*r) || (lower(*r) >= 'a' && lower(*r) <= 'z') || *r == '_')
             r++;
-        if (*r == ')')
+        if (*r == ')') {
+            if (kt::internal::scan_hex_payload(q + 1, r, &fraction))
+                fraction &= (uint64_t(1) << 52) - 1;
             q = r + 1;
+        }
     }
     *end = q;
-    double nan = __builtin_nan("");
-    *value = negative ? -nan : nan;
+    *value = fraction != 0 ? from_bits(uint64_t(0x7ff) << 52 | fraction) : __builtin_nan("");
     return true;
 }
 
@@ -400,20 +402,24 @@ double convert(kt_fpc_context* ctx, const char* s, char** end, int* status, bool
             *end = nullptr;
         return 0.0;
     }
-    Scanned sc;
-    scan(s, sc);
-    if (!sc.sawDigit) {
-        double special = 0.0;
-        const char* specialEnd = s;
-        scan_special(s, &special, &specialEnd);
-        if (end != nullptr)
-            *end = const_cast<char*>(specialEnd);
-        return special;
+    bool negative = false;
+    const char* body = skip_space_and_sign(s, &negative);
+    double x = 0.0;
+    const char* stop = s;
+    if (!kt::internal::scan_hex_float(body, &x, &stop, status)) {
+        Scanned sc;
+        scan(s, body, sc);
+        if (sc.sawDigit) {
+            x = magnitude(ctx, sc, status, fastPaths);
+            stop = sc.end;
+        } else if (!scan_special(body, &x, &stop)) {
+            stop = s;
+            negative = false;  // no number: a plain 0
+        }
     }
-    double x = magnitude(ctx, sc, status, fastPaths);
     if (end != nullptr)
-        *end = const_cast<char*>(sc.end);
-    return sc.negative ? -x : x;
+        *end = const_cast<char*>(stop);
+    return negative ? -x : x;
 }
 
 }  // namespace

@@ -1,22 +1,22 @@
 // The conversions' big integers against a 128-bit integer model, and the
 // allocation rules of the fpc context (arena first, free lists per class,
 // large integers from the memory context).
-#include <string>
-
 #include <random>
+#include <string>
 
 #include <gtest/gtest.h>
 
 #include "internal/fpc_bigint.h"
 #include "numbers/numbers_support.h"
 
-using kt::internal::Big;
-using kt::internal::Bigint;
+using namespace kt::internal;
 using numtest::Fpc;
 
 namespace {
 
 __extension__ typedef unsigned __int128 u128;
+
+std::mt19937_64 rng(2024);
 
 u128 value_of(const Bigint* b) {
     u128 v = 0;
@@ -27,102 +27,68 @@ u128 value_of(const Bigint* b) {
 
 // Word by word: b = (b << 32) + w, from the top word down.
 void set(Big& b, u128 v) {
-    kt::internal::big_set_u64(b, 0);
+    big_set_u64(b, 0);
     for (int shift = 96; shift >= 0; shift -= 32) {
-        kt::internal::big_lshift(b, 32);
-        kt::internal::big_multadd(b, 1, static_cast<uint32_t>(v >> shift));
+        big_lshift(b, 32);
+        big_multadd(b, 1, static_cast<uint32_t>(v >> shift));
     }
 }
 
-u128 random_value(std::mt19937_64& rng, int maxBits) {
+u128 random_value(int maxBits) {
     int bits = static_cast<int>(rng() % maxBits) + 1;
     u128 v = (static_cast<u128>(rng()) << 64) | rng();
     return bits >= 128 ? v : v & ((static_cast<u128>(1) << bits) - 1);
 }
 
 int bit_length(u128 v) {
-    int n = 0;
-    for (; v != 0; v >>= 1)
-        n++;
-    return n;
+    uint64_t high = static_cast<uint64_t>(v >> 64), low = static_cast<uint64_t>(v);
+    return high != 0 ? 128 - __builtin_clzll(high) : low != 0 ? 64 - __builtin_clzll(low) : 0;
 }
 
-std::string decimal(u128 v) {
-    std::string s;
-    do {
-        s.insert(s.begin(), static_cast<char>('0' + static_cast<int>(v % 10)));
-        v /= 10;
-    } while (v != 0);
-    return s;
-}
-
+// Every operation on random operands within 128 bits; quorem gives the
+// quotient digit and remainder for b < 10 * S once S is normalised.
 TEST(FpcBigint, ArithmeticMatchesModel) {
     Fpc fpc;
-    std::mt19937_64 rng(2024);
     Big a(&fpc.ctx), c(&fpc.ctx), out(&fpc.ctx);
     for (int i = 0; i < 20000; i++) {
-        u128 x = random_value(rng, 128), y = random_value(rng, 64);
+        u128 x = random_value(128), y = random_value(64), small = random_value(90), s = random_value(64);
+        uint32_t m = static_cast<uint32_t>(rng()), add = static_cast<uint32_t>(rng());
+        int k = static_cast<int>(rng() % 64);
+        std::string digits = std::to_string(static_cast<uint64_t>(x));
+        big_set_digits(a, digits.c_str(), static_cast<int>(digits.size()));
+        ASSERT_EQ(value_of(a.get()), static_cast<uint64_t>(x));
         set(a, x);
         ASSERT_EQ(value_of(a.get()), x);
-        ASSERT_EQ(kt::internal::big_is_zero(a.get()), x == 0);
-
-        // multadd within 128 bits
-        u128 small = random_value(rng, 90);
-        uint32_t m = static_cast<uint32_t>(rng()), add = static_cast<uint32_t>(rng());
-        set(a, small);
-        kt::internal::big_multadd(a, m, add);
-        ASSERT_EQ(value_of(a.get()), small * m + add);
-
-        // mult of two 64-bit values
-        u128 p = random_value(rng, 64), q = random_value(rng, 64);
-        set(a, p);
-        set(c, q);
-        kt::internal::big_mult(out, a.get(), c.get());
-        ASSERT_EQ(value_of(out.get()), p * q);
-
-        // diff and cmp
-        set(a, x);
         set(c, y);
-        kt::internal::big_diff(out, a.get(), c.get());
+        ASSERT_EQ(value_of(c.get()), y);
+        ASSERT_EQ(big_is_zero(c.get()), y == 0);
+        big_diff(out, a.get(), c.get());
         ASSERT_EQ(value_of(out.get()), x >= y ? x - y : y - x);
         ASSERT_EQ(out->sign, x < y ? 1 : 0);
-        int cmp = kt::internal::big_cmp(a.get(), c.get());
-        ASSERT_EQ(cmp < 0, x < y);
-        ASSERT_EQ(cmp == 0, x == y);
-
-        // lshift within 128 bits
-        u128 s = random_value(rng, 64);
-        int k = static_cast<int>(rng() % 64);
+        int cmp = big_cmp(a.get(), c.get());
+        ASSERT_EQ(cmp < 0 ? -1 : cmp > 0, x < y ? -1 : x > y);
         set(a, s);
-        kt::internal::big_lshift(a, k);
+        big_mult(out, a.get(), c.get());
+        ASSERT_EQ(value_of(out.get()), s * y);
+        big_lshift(a, k);
         ASSERT_EQ(value_of(a.get()), s << k);
-        ASSERT_EQ(kt::internal::big_bit_length(a.get()), bit_length(s << k));
+        ASSERT_EQ(big_bit_length(a.get()), bit_length(s << k));
+        set(a, small);
+        big_multadd(a, m, add);
+        ASSERT_EQ(value_of(a.get()), small * m + add);
 
-        // decimal digits
-        kt::internal::big_set_digits(a, decimal(x).c_str(), static_cast<int>(decimal(x).size()));
-        ASSERT_EQ(value_of(a.get()), x);
-    }
-}
-
-// quorem gives the quotient digit for b < 10 * S once S is normalised.
-TEST(FpcBigint, QuoremGivesDigitAndRemainder) {
-    Fpc fpc;
-    std::mt19937_64 rng(7);
-    Big b(&fpc.ctx), s(&fpc.ctx);
-    for (int i = 0; i < 20000; i++) {
-        u128 divisor = random_value(rng, 90) | 1;
-        set(s, divisor);
-        int shift = kt::internal::big_quorem_shift(s.get());
+        u128 divisor = small | 1;
+        set(c, divisor);
+        int shift = big_quorem_shift(c.get());
         u128 normalised = divisor << shift;
         if ((normalised >> 124) != 0)
             continue;  // keep 10 * S within the model
-        kt::internal::big_lshift(s, shift);
-        ASSERT_EQ(s->x[s->wds - 1] >> 27, 1u);
-        u128 numerator = normalised * (rng() % 10) + random_value(rng, 120) % normalised;
-        set(b, numerator);
-        int digit = kt::internal::big_quorem(b.get(), s.get());
-        ASSERT_EQ(static_cast<u128>(digit), numerator / normalised);
-        ASSERT_EQ(value_of(b.get()), numerator % normalised);
+        big_lshift(c, shift);
+        ASSERT_EQ(c->x[c->wds - 1] >> 27, 1u);
+        u128 numerator = normalised * (rng() % 10) + x % normalised;
+        set(a, numerator);
+        ASSERT_EQ(static_cast<u128>(big_quorem(a.get(), c.get())), numerator / normalised);
+        ASSERT_EQ(value_of(a.get()), numerator % normalised);
     }
 }
 
@@ -130,51 +96,44 @@ TEST(FpcBigint, PowersOfFiveAreCachedAndExact) {
     Fpc fpc;
     Big b(&fpc.ctx);
     u128 five = 1;
-    for (int k = 0; k <= 55; k++) {
-        kt::internal::big_set_u64(b, 3);
-        kt::internal::big_pow5mult(b, k);
+    for (int k = 0; k <= 55; k++, five *= 5) {
+        big_set_u64(b, 3);
+        big_pow5mult(b, k);
         ASSERT_EQ(value_of(b.get()), 3 * five) << k;
-        five *= 5;
     }
     // The cache holds 5^4, 5^8, 5^16, 5^32.
     const Bigint* p = fpc.ctx.powersOfFive;
     u128 expected = 625;
-    int links = 0;
-    for (; p != nullptr && links < 4; p = p->next, links++) {
-        if (links < 3) {
-            EXPECT_EQ(value_of(p), expected);
-            expected *= expected;
-        }
+    for (int link = 0; link < 4; link++, p = p->next, expected *= expected) {
+        ASSERT_NE(p, nullptr);
+        EXPECT_EQ(value_of(p), expected);
     }
-    EXPECT_EQ(links, 4);
 }
 
 // Arena first, then a released integer is reused from its class's list;
 // integers above class 7 come from the memory context and go back to it.
 TEST(FpcBigint, AllocationOrder) {
     Fpc fpc;
-    long before = numtest::live_blocks();
-    Bigint* first = kt::internal::bigint_alloc(&fpc.ctx, 2);
-    EXPECT_TRUE(kt::internal::bigint_in_arena(&fpc.ctx, first));
+    Bigint* first = bigint_alloc(&fpc.ctx, 2);
+    EXPECT_TRUE(bigint_in_arena(&fpc.ctx, first));
     EXPECT_EQ(first->maxwds, 4);
-    kt::internal::bigint_free(&fpc.ctx, first);
+    bigint_free(&fpc.ctx, first);
     EXPECT_EQ(fpc.ctx.freeLists[2], first);
-    Bigint* again = kt::internal::bigint_alloc(&fpc.ctx, 2);
-    EXPECT_EQ(again, first);
+    EXPECT_EQ(bigint_alloc(&fpc.ctx, 2), first);
     // Exhaust the arena with class-7 integers (528 bytes each).
     Bigint* held[8];
-    for (int i = 0; i < 8; i++)
-        held[i] = kt::internal::bigint_alloc(&fpc.ctx, 7);
-    EXPECT_FALSE(kt::internal::bigint_in_arena(&fpc.ctx, held[7]));
-    EXPECT_GT(numtest::live_blocks(), before);
-    Bigint* huge = kt::internal::bigint_alloc(&fpc.ctx, 9);
+    for (Bigint*& b : held)
+        b = bigint_alloc(&fpc.ctx, 7);
+    EXPECT_FALSE(bigint_in_arena(&fpc.ctx, held[7]));
+    EXPECT_GT(fpc.contexts.LiveBlocks(), 0u);
+    Bigint* huge = bigint_alloc(&fpc.ctx, 9);
     EXPECT_EQ(huge->maxwds, 512);
-    long withHuge = numtest::live_blocks();
-    kt::internal::bigint_free(&fpc.ctx, huge);
-    EXPECT_EQ(numtest::live_blocks(), withHuge - 1);
+    size_t withHuge = fpc.contexts.LiveBlocks();
+    bigint_free(&fpc.ctx, huge);
+    EXPECT_EQ(fpc.contexts.LiveBlocks(), withHuge - 1);
     for (Bigint* b : held)
-        kt::internal::bigint_free(&fpc.ctx, b);
-    kt::internal::bigint_free(&fpc.ctx, again);
+        bigint_free(&fpc.ctx, b);
+    bigint_free(&fpc.ctx, first);
 }
 
 }  // namespace

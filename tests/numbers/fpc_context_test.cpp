@@ -14,21 +14,16 @@
 #include "kt/contexts.h"
 #include "numbers/numbers_support.h"
 
-using numtest::bits_of;
 using numtest::Fpc;
-using numtest::live_blocks;
-using numtest::Runtime;
 
 namespace {
 
 // Conversions that need big integers of every size class and beyond.
 void heavy_work(kt_fpc_context* ctx) {
     char buf[1200];
-    int decpt, sign;
-    char* end;
-    kt_dtoa(ctx, 5e-324, buf, sizeof buf, 2, 800, &decpt, &sign, &end);
-    kt_dtoa(ctx, 1.7976931348623157e308, buf, sizeof buf, 0, 0, &decpt, &sign, &end);
-    kt_dtoa(ctx, 2.2250738585072014e-308, buf, sizeof buf, 3, 1000, &decpt, &sign, &end);
+    kt_dtoa(ctx, 5e-324, buf, sizeof buf, 2, 800, nullptr, nullptr, nullptr);
+    kt_dtoa(ctx, 1.7976931348623157e308, buf, sizeof buf, 1, 0, nullptr, nullptr, nullptr);
+    kt_dtoa(ctx, 2.2250738585072014e-308, buf, sizeof buf, 3, 1000, nullptr, nullptr, nullptr);
     std::string digits = "1." + std::string(700, '3') + "e-300";
     kt_strtod(ctx, digits.c_str(), nullptr, nullptr);
     std::string tiny = "2.47032822920623272088284396434110686182529901307162382212792841250337753635104375932649918180817996189898282347722858865463328355177969898199387398005390939063150356595155702263922908583924491051844359318028499365361525003193704576782492193656236698636584807570015857692699037063119282795585513329278343384093519780155312465972635795746227664652728272200563740064854999770965994704540208281662262378573934507363390079677619305775067401763246736009689513405355374585166611342237666786041621596804619144672918403005300575308490487653917113865916462395249126236538818796362393732804238910186723484976682350898633885879256283027559956575244555072551893136908362547791869486679949683240497058210285131854513962138377228261454376934125320985913276672363281255e-324";
@@ -36,116 +31,93 @@ void heavy_work(kt_fpc_context* ctx) {
 }
 
 TEST(FpcContext, InitialiseSetsArenaAndClearZeroes) {
-    Runtime runtime;
-    kt_fpc_context ctx;
+    kttest::Contexts contexts;
+    kt_fpc_context ctx, zero;
     memset(&ctx, 0x5a, sizeof ctx);
-    kt_initialize_fpc_context(&ctx, &runtime.memory);
-    EXPECT_EQ(ctx.memoryContext, &runtime.memory);
+    memset(&zero, 0, sizeof zero);
+    kt_initialize_fpc_context(&ctx, &contexts.memory);
+    EXPECT_EQ(ctx.memoryContext, &contexts.memory);
     EXPECT_EQ(ctx.arenaNext, ctx.arena);
-    EXPECT_EQ(ctx.powersOfFive, nullptr);
-    for (int k = 0; k <= KT_FPC_KMAX; k++)
-        EXPECT_EQ(ctx.freeLists[k], nullptr);
+    EXPECT_EQ(memcmp(&ctx.freeLists, &zero.freeLists, sizeof ctx.freeLists + sizeof ctx.powersOfFive), 0);
     EXPECT_EQ(sizeof ctx.arena, 2304u);
     heavy_work(&ctx);
     kt_clear_fpc_context(&ctx);
-    kt_fpc_context zero;
-    memset(&zero, 0, sizeof zero);
     EXPECT_EQ(memcmp(&ctx, &zero, sizeof ctx), 0);
 }
 
 // Small conversions live entirely in the private arena.
 TEST(FpcContext, SmallConversionsUseOnlyTheArena) {
     Fpc fpc;
-    long before = live_blocks();
     char buf[32];
-    int decpt, sign;
     for (double x : {1.5, 0.1, 123456.789, 1e22, 3.0e-5}) {
-        kt_dtoa(&fpc.ctx, x, buf, sizeof buf, 2, 17, &decpt, &sign, nullptr);
+        kt_dtoa(&fpc.ctx, x, buf, sizeof buf, 2, 17, nullptr, nullptr, nullptr);
         kt_strtod(&fpc.ctx, "0.1000000000000000055511151231257827", nullptr, nullptr);
     }
-    EXPECT_EQ(live_blocks(), before);
+    EXPECT_EQ(fpc.contexts.LiveBlocks(), 0u);
     EXPECT_GT(fpc.ctx.arenaNext, fpc.ctx.arena);
 }
 
 // Clearing returns every block taken from the memory context, also the
 // cached powers of five; the cleared context can be initialised again.
 TEST(FpcContext, ClearFreesEverything) {
-    Runtime runtime;
-    long before = live_blocks();
+    kttest::Contexts contexts;
     kt_fpc_context ctx;
-    kt_initialize_fpc_context(&ctx, &runtime.memory);
     for (int round = 0; round < 3; round++) {
+        kt_initialize_fpc_context(&ctx, &contexts.memory);
         heavy_work(&ctx);
-        EXPECT_GT(live_blocks(), before);  // beyond the arena
+        EXPECT_GT(contexts.LiveBlocks(), 0u);  // beyond the arena
         kt_clear_fpc_context(&ctx);
-        EXPECT_EQ(live_blocks(), before);
-        kt_initialize_fpc_context(&ctx, &runtime.memory);
+        EXPECT_EQ(contexts.LiveBlocks(), 0u);
     }
-    kt_clear_fpc_context(&ctx);
-
-    kt_fpc_context* heap = kt_new_fpc_context(&runtime.memory);
-    EXPECT_EQ(heap->memoryContext, &runtime.memory);
+    kt_fpc_context* heap = kt_new_fpc_context(&contexts.memory);
+    EXPECT_EQ(heap->memoryContext, &contexts.memory);
     heavy_work(heap);
     kt_delete_fpc_context(heap);
-    EXPECT_EQ(live_blocks(), before);
+    EXPECT_EQ(contexts.LiveBlocks(), 0u);
+    EXPECT_EQ(contexts.BadFrees(), 0);
 }
-
-struct OomRun {
-    kt_fpc_context* ctx;
-};
-
-void run_heavy(kt_error_context*, void* data) { heavy_work(static_cast<OomRun*>(data)->ctx); }
-int accept_all(kt_error_context*, void*, int, va_list) { return 1; }
 
 // Running out of memory at any allocation raises OUT_OF_MEMORY through the
 // memory context; big integers held by the interrupted conversion go back
 // to the context, which stays usable and frees everything when cleared.
 TEST(FpcContext, OutOfMemoryIsRaisedWithoutLeaking) {
-    Runtime runtime;
-    long before = live_blocks();
+    kttest::Contexts contexts;
     int raised = 0;
     for (long failAt = 0; failAt < 60; failAt++) {
         kt_fpc_context ctx;
-        kt_initialize_fpc_context(&ctx, &runtime.memory);
-        OomRun run = {&ctx};
-        numtest::fail_after() = failAt;
-        int code = kt_try_catch(&runtime.errors, &run, run_heavy, accept_all);
-        numtest::fail_after() = -1;
-        if (code != 0) {
-            EXPECT_EQ(code, KT_OUT_OF_MEMORY);
-            raised++;
-        }
+        kt_initialize_fpc_context(&ctx, &contexts.memory);
+        kttest::Ledger().failAfter = failAt;
+        int code = contexts.Catch([&ctx] { heavy_work(&ctx); });
+        kttest::Ledger().failAfter = -1;
+        EXPECT_TRUE(code == 0 || code == KT_OUT_OF_MEMORY) << code;
+        raised += code != 0;
         char buf[32];
-        kt_g_fmt(&ctx, 0.1, buf, sizeof buf);
-        EXPECT_STREQ(buf, ".1");
+        EXPECT_STREQ(kt_g_fmt(&ctx, 0.1, buf, sizeof buf), ".1");
         EXPECT_EQ(kt_strtod(&ctx, "2.5e-300", nullptr, nullptr), 2.5e-300);
         kt_clear_fpc_context(&ctx);
-        EXPECT_EQ(live_blocks(), before) << "failing at allocation " << failAt;
+        EXPECT_EQ(contexts.LiveBlocks(), 0u) << "failing at allocation " << failAt;
     }
     EXPECT_GT(raised, 0);
 }
 
-// Two threads, each with its own runtime and context, produce exactly the
-// results of a single-threaded run.
+// Two threads, each with its own context, produce exactly the results of
+// a single-threaded run.
 TEST(FpcContext, ConcurrentContextsAgree) {
     std::mt19937_64 rng(8);
     std::vector<double> values;
     for (int i = 0; i < 4000; i++)
         values.push_back(numtest::interesting_double(rng));
     auto convert_all = [&values](std::vector<std::string>* out) {
-        Fpc fpc;
-        char buf[64];
-        int decpt, sign;
+        kt_fpc_context fpc;
+        kt_initialize_fpc_context(&fpc, ktGetMemoryContext());
+        char text[64], digits[64];
         for (double x : values) {
-            kt_g_fmt(&fpc.ctx, x, buf, sizeof buf);
-            std::string text = buf;
-            double back = kt_strtod(&fpc.ctx, buf, nullptr, nullptr);
-            kt_dtoa(&fpc.ctx, x, buf, sizeof buf, 2, 12, &decpt, &sign, nullptr);
-            text += ' ';
-            text += buf;
-            text += back == x ? " ok" : " bad";
-            out->push_back(text);
+            kt_g_fmt(&fpc, x, text, sizeof text);
+            double back = kt_strtod(&fpc, text, nullptr, nullptr);
+            kt_dtoa(&fpc, x, digits, sizeof digits, 2, 12, nullptr, nullptr, nullptr);
+            out->push_back(std::string(text) + ' ' + digits + (back == x ? " ok" : " bad"));
         }
+        kt_clear_fpc_context(&fpc);
     };
     std::vector<std::string> reference, first, second;
     convert_all(&reference);

@@ -1,85 +1,31 @@
-// Shared fixtures of the numbers tests: a runtime (message, error and
-// memory contexts) whose allocator counts live blocks, so tests can check
-// that an fpc context returns everything it took; random doubles of the
-// interesting classes; and helpers to compare digit strings.
+// Shared fixtures of the numbers tests: an fpc context on counting
+// contexts; random doubles of the interesting classes; kt_dtoa's results
+// and std::to_chars' shortest form.
 #ifndef KT_TESTS_NUMBERS_SUPPORT_H
 #define KT_TESTS_NUMBERS_SUPPORT_H
 
 #include <stdint.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
-#include <atomic>
 #include <charconv>
+#include <ostream>
 #include <random>
 #include <string>
 
-#include "kt/errors.h"
-#include "kt/memory.h"
-#include "kt/messages.h"
 #include "kt/numbers.h"
+#include "support/counting_context.h"
 
 namespace numtest {
 
-// Live blocks of the counting allocator, and an optional failure point:
-// when `failAfter` reaches zero, allocation fails (OUT_OF_MEMORY is raised).
-inline std::atomic<long>& live_blocks() {
-    static std::atomic<long> n{0};
-    return n;
-}
-inline std::atomic<long>& fail_after() {
-    static std::atomic<long> n{-1};
-    return n;
-}
-
-inline void* counting_alloc(size_t size) {
-    long left = fail_after().load();
-    if (left == 0)
-        return nullptr;
-    if (left > 0)
-        fail_after().store(left - 1);
-    void* p = malloc(size);
-    if (p != nullptr)
-        live_blocks()++;
-    return p;
-}
-// Only the message context reallocates (its own arrays, released with
-// plain free): not counted.
-inline void* counting_realloc(void* p, size_t size) { return realloc(p, size); }
-inline void counting_free(void* p) {
-    if (p != nullptr)
-        live_blocks()--;
-    free(p);
-}
-
-inline int swallow_output(void*, const char*, int length) { return length; }
-
-// Message, error and memory contexts for one thread.
-struct Runtime {
-    kt_message_context messages;
-    kt_error_context errors;
-    kt_mem_context memory;
-
-    Runtime() {
-        int status = 0;
-        kt_initialize_message_context(&status, &messages, malloc, realloc);
-        kt_initialize_error_context(&status, &errors, &messages, swallow_output, nullptr);
-        kt_initialize_memory_context(&memory, &errors, counting_alloc, counting_realloc,
-                                     counting_free);
-    }
-    ~Runtime() { kt_clear_message_context(&messages, free); }
-    Runtime(const Runtime&) = delete;
-    Runtime& operator=(const Runtime&) = delete;
-};
-
-// An fpc context on a counting runtime, cleared at the end.
+// An fpc context on the counting contexts of tests/support, cleared at the
+// end. Those contexts keep an unlocked ledger: one thread at a time.
 struct Fpc {
-    Runtime runtime;
+    kttest::Contexts contexts;
     kt_fpc_context ctx;
-    Fpc() { kt_initialize_fpc_context(&ctx, &runtime.memory); }
+    Fpc() { kt_initialize_fpc_context(&ctx, &contexts.memory); }
     ~Fpc() { kt_clear_fpc_context(&ctx); }
-    Fpc(const Fpc&) = delete;
-    Fpc& operator=(const Fpc&) = delete;
 };
 
 inline double from_bits(uint64_t u) {
@@ -95,71 +41,67 @@ inline uint64_t bits_of(double x) {
 
 // Positive finite doubles drawn from the classes where conversions go
 // wrong: any bit pattern, subnormals, powers of two (the narrow lower
-// gap), neighbours of powers of two and of ten, integers, short decimals.
+// gap) and their neighbours, integers, short decimals, neighbours of
+// powers of ten.
 inline double interesting_double(std::mt19937_64& rng) {
+    char text[40];
     switch (rng() % 8) {
-    case 0:
-    case 1:
-        break;
     case 2:
         return from_bits(rng() % (uint64_t(1) << 52) + 1);  // subnormal
     case 3:
         return from_bits((rng() % 2046 + 1) << 52);  // power of two
-    case 4: {
-        uint64_t u = (rng() % 2046 + 1) << 52;
-        return from_bits(u + (rng() % 3) - 1 + (u == (uint64_t(1) << 52) ? 1 : 0));
-    }
+    case 4:
+        return from_bits(((rng() % 2045 + 2) << 52) + rng() % 3 - 1);
     case 5:
         return static_cast<double>((rng() >> (rng() % 64)) + 1);  // integer
-    case 6: {
-        char text[40];
+    case 6:
         snprintf(text, sizeof text, "%llue%d", static_cast<unsigned long long>(rng() % 100000000 + 1),
                  static_cast<int>(rng() % 600) - 300);
         return strtod(text, nullptr);
-    }
-    default: {
-        // Near a power of ten.
-        char text[40];
+    case 7:
         snprintf(text, sizeof text, "1e%d", static_cast<int>(rng() % 616) - 307);
-        uint64_t u = bits_of(strtod(text, nullptr)) + rng() % 5 - 2;
-        return from_bits(u);
-    }
-    }
-    for (;;) {
-        double x = from_bits(rng() & ~(uint64_t(1) << 63));
-        if (x == x && x <= 1.7976931348623157e308 && x != 0)
-            return x;
+        return from_bits(bits_of(strtod(text, nullptr)) + rng() % 5 - 2);
+    default:
+        for (;;) {
+            double x = from_bits(rng() >> 1);
+            if (x > 0 && x <= 1.7976931348623157e308)
+                return x;
+        }
     }
 }
 
-// Digits and decimal point of std::to_chars' shortest form.
-struct DecimalForm {
-    std::string digits;
-    int decpt;
+// Digits, decimal point and sign as kt_dtoa reports them ("?" for null).
+struct Digits {
+    std::string text;
+    int decpt, sign;
+    bool operator==(const Digits& o) const { return text == o.text && decpt == o.decpt; }
 };
-
-// Splits "d.ddde[+-]xx" (scientific text) into digits and decimal point,
-// dropping trailing zeros as kt_dtoa does.
-inline DecimalForm from_scientific(const char* text) {
-    DecimalForm f;
-    const char* p = text;
-    if (*p == '-')
-        p++;
-    for (; *p != 'e' && *p != '\0'; p++) {
-        if (*p != '.')
-            f.digits += *p;
-    }
-    f.decpt = (*p == 'e' ? atoi(p + 1) : 0) + 1;
-    while (f.digits.size() > 1 && f.digits.back() == '0')
-        f.digits.pop_back();
-    return f;
+inline std::ostream& operator<<(std::ostream& os, const Digits& d) {
+    return os << '"' << d.text << "\" @" << d.decpt;
 }
 
-inline DecimalForm shortest_reference(double x) {
+using DtoaFunction = char* (*)(kt_fpc_context*, double, char*, size_t, int, int, int*, int*, char**);
+
+inline Digits run_dtoa(kt_fpc_context* ctx, double x, int mode, int ndigits,
+                       DtoaFunction dtoa = kt_dtoa) {
+    char buf[1200];
+    Digits d = {"?", 0, -1};
+    char* end = nullptr;
+    if (dtoa(ctx, x, buf, sizeof buf, mode, ndigits, &d.decpt, &d.sign, &end) == buf)
+        d.text.assign(buf, end);
+    return d;
+}
+
+// The shortest round-trip digits of a positive double by std::to_chars.
+inline Digits shortest_reference(double x) {
     char text[64];
-    auto r = std::to_chars(text, text + sizeof text - 1, x, std::chars_format::scientific);
-    *r.ptr = '\0';
-    return from_scientific(text);
+    *std::to_chars(text, text + 63, x, std::chars_format::scientific).ptr = '\0';
+    Digits d = {"", atoi(strchr(text, 'e') + 1) + 1, 0};
+    for (const char* p = text; *p != 'e'; p++) {
+        if (*p != '.')
+            d.text += *p;
+    }
+    return d;
 }
 
 }  // namespace numtest

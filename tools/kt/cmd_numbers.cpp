@@ -76,8 +76,8 @@ int RunDtoa(int argc, char** argv) {
     if (std::strcmp(arg, "--help") == 0 || std::strcmp(arg, "-h") == 0) {
       std::printf("Usage: kt dtoa [--mode M] [--digits N] NUMBER...\n"
                   "Prints the decimal digits, decimal point position and sign that kt_dtoa gives\n"
-                  "for each NUMBER: mode 0 shortest, 1 shortest within N digits, 2 N significant\n"
-                  "digits, 3 N digits after the point.\n");
+                  "for each NUMBER: mode 0 shortest, 1 shortest never relying on ties (N ignored),\n"
+                  "2 N significant digits, 3 N digits after the point.\n");
       return 0;
     }
     bool isMode = std::strcmp(arg, "--mode") == 0;
