@@ -1,11 +1,9 @@
-// String buffers against std::string, the buffer cursor's boundary cases,
-// C string literal output decoded back to the original bytes, and kt_qsort
-// against std::sort.
-#include <algorithm>
+// String buffers' and buffer cursors' boundary cases, and C string literal
+// output decoded back to the original bytes. Random operation sequences
+// against std::string live in fuzz/strbuf_fuzz.cpp.
 #include <cstring>
 #include <random>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -15,57 +13,6 @@
 namespace {
 
 using kttest::Contexts;
-
-TEST(Strbuf, DynamicBufferMatchesString) {
-  Contexts c;
-  kt_dsbuffer buffer;
-  kt_initialize_dsbuffer(&buffer, &c.memory, 4);
-  std::string model;
-  std::mt19937 rng(51);
-  for (int step = 0; step < 3000; ++step) {
-    uint64_t before = buffer.capacity;
-    switch (rng() % 4) {
-      case 0: {
-        int ch = static_cast<int>(rng());
-        ASSERT_EQ(kt_dsbputc(ch, &buffer), ch & 0xFF);
-        model.push_back(static_cast<char>(ch));
-        break;
-      }
-      case 1: {
-        std::string piece(rng() % 40, static_cast<char>('a' + rng() % 26));
-        ASSERT_EQ(kt_dsbputsn(&buffer, piece.data(), static_cast<int>(piece.size())),
-                  static_cast<int>(piece.size()));
-        model += piece;
-        break;
-      }
-      case 2: {
-        std::string piece(rng() % 5, 'x');
-        ASSERT_EQ(kt_dsbputs(piece.c_str(), &buffer), piece.empty() ? 0 : 1);
-        model += piece;
-        break;
-      }
-      default: {
-        int32_t items[3] = {static_cast<int32_t>(rng()), 2, 3};
-        ASSERT_EQ(kt_dsbwrite(items, sizeof(int32_t), 3, &buffer), 3u);
-        model.append(reinterpret_cast<const char*>(items), sizeof items);
-      }
-    }
-    ASSERT_EQ(buffer.length, model.size());
-    ASSERT_EQ(std::memcmp(buffer.data, model.data(), model.size()), 0);
-    // Growth is by doubling only.
-    uint64_t capacity = before;
-    while (capacity < buffer.length)
-      capacity *= 2;
-    ASSERT_EQ(buffer.capacity, capacity);
-  }
-  kt_dsb_shrink_buffer(&buffer, 3);
-  EXPECT_EQ(buffer.length, 3u);
-  kt_clear_dsbuffer(&buffer);
-  EXPECT_EQ(buffer.data, nullptr);
-  EXPECT_EQ(buffer.capacity, 0u);
-  EXPECT_EQ(c.LiveBlocks(), 0u);
-  EXPECT_EQ(c.BadFrees(), 0);
-}
 
 TEST(Strbuf, DynamicBufferEdges) {
   Contexts c;
@@ -125,22 +72,6 @@ TEST(Strbuf, LineReading) {
   EXPECT_EQ(kt_bgets(small, 1, &cursor), small);  // only the terminator
   EXPECT_STREQ(small, "");
   EXPECT_EQ(kt_bgets(small, 0, &cursor), nullptr);
-
-  // Reading lines until null gives back every byte.
-  std::mt19937 rng(61);
-  std::string random;
-  for (int i = 0; i < 2000; ++i)
-    random.push_back(rng() % 8 == 0 ? '\n' : static_cast<char>('a' + rng() % 26));
-  cursor = Cursor(random);
-  std::string rebuilt;
-  char piece[7];
-  for (;;) {
-    char* got = kt_bgets(piece, 7, &cursor);
-    rebuilt += piece;
-    if (got == nullptr)
-      break;
-  }
-  EXPECT_EQ(rebuilt, random);
 }
 
 TEST(Strbuf, BoundedWriting) {
@@ -258,55 +189,6 @@ TEST(Strbuf, CStringOutput) {
   printed.clear();
   kt_output_c_string_with_hooks(AppendPut, &printed, "a\nb\x02", 4, open, close, nullptr);
   EXPECT_EQ(printed, "\"a<\\n>b<\\002>\"");
-}
-
-int CompareInts(void* context, const void* a, const void* b) {
-  ++*static_cast<long*>(context);
-  int x, y;
-  std::memcpy(&x, a, sizeof x);
-  std::memcpy(&y, b, sizeof y);
-  return x < y ? -1 : (x > y ? 1 : 0);
-}
-
-TEST(Strbuf, QsortMatchesStdSort) {
-  std::mt19937 rng(81);
-  for (int n : {0, 1, 2, 3, 4, 5, 7, 16, 100, 1000, 20000}) {
-    for (int pattern = 0; pattern < 5; ++pattern) {
-      std::vector<int> v(static_cast<size_t>(n));
-      for (int i = 0; i < n; ++i) {
-        switch (pattern) {
-          case 0: v[i] = static_cast<int>(rng()); break;
-          case 1: v[i] = i; break;                              // sorted
-          case 2: v[i] = n - i; break;                          // reversed
-          case 3: v[i] = static_cast<int>(rng() % 3); break;    // many equal
-          default: v[i] = (i % 2) ? i : n - i;                  // organ pipe
-        }
-      }
-      std::vector<int> expected = v;
-      std::sort(expected.begin(), expected.end());
-      long comparisons = 0;
-      kt_qsort(v.data(), n, sizeof(int), &comparisons, CompareInts);
-      ASSERT_EQ(v, expected) << n << " " << pattern;
-    }
-  }
-  // Elements larger than the stack temporary.
-  struct Big {
-    int key;
-    char pad[400];
-  };
-  std::vector<Big> big(300);
-  for (Big& b : big) {
-    b.key = static_cast<int>(rng() % 1000);
-    std::memset(b.pad, b.key & 0x7F, sizeof b.pad);
-  }
-  long comparisons = 0;
-  kt_qsort(big.data(), static_cast<int>(big.size()), sizeof(Big), &comparisons, CompareInts);
-  for (size_t i = 0; i < big.size(); ++i) {
-    if (i > 0) {
-      ASSERT_LE(big[i - 1].key, big[i].key);
-    }
-    ASSERT_EQ(big[i].pad[399], static_cast<char>(big[i].key & 0x7F));
-  }
 }
 
 }  // namespace
