@@ -33,13 +33,11 @@ void* CountingAllocate(size_t size) {
 int Height(const kt_fsi_node* node, const kt_fsi_node* parent, std::vector<kt_fsi_interval>* out) {
   if (node == nullptr)
     return 0;
-  if (node->parent != parent)
-    Fail("parent link");
+  if (node->parent != parent) Fail("parent link");
   int left = Height(node->left, node, out);
   out->push_back(node->interval);
   int right = Height(node->right, node, out);
-  if (node->balance != right - left || right - left > 1 || left - right > 1)
-    Fail("balance");
+  if (node->balance != right - left || right - left > 1 || left - right > 1) Fail("balance");
   return 1 + (left > right ? left : right);
 }
 
@@ -58,11 +56,9 @@ void Check(const kt_fsi* set, const std::set<int32_t>& model) {
   std::vector<kt_fsi_interval> tree;
   Height(set->root, nullptr, &tree);
   std::vector<kt_fsi_interval> runs = Runs(model);
-  if (tree.size() != runs.size())
-    Fail("number of runs");
+  if (tree.size() != runs.size()) Fail("number of runs");
   for (size_t i = 0; i < runs.size(); ++i)
-    if (tree[i].lower != runs[i].lower || tree[i].upper != runs[i].upper)
-      Fail("runs differ");
+    if (tree[i].lower != runs[i].lower || tree[i].upper != runs[i].upper) Fail("runs differ");
 }
 
 int32_t Number(FuzzedDataProvider& in) {
@@ -95,20 +91,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int op = in.ConsumeIntegralInRange<int>(0, 5);
     int32_t v = Number(in);
     if (op <= 2 && v == INT32_MAX) {
-      if (InsertCatching(set, v) != KT_ERR_VALUE_OVERFLOW_TYPE)
-        Fail("INT32_MAX not refused");
+      if (InsertCatching(set, v) != KT_ERR_VALUE_OVERFLOW_TYPE) Fail("INT32_MAX not refused");
     } else if (op <= 2) {
       bool reuses = set->freeNodes != nullptr;
       size_t before = g_allocations;
-      if (kt_fsi_insert(set, v) != (model.count(v) ? 1 : 0))
-        Fail("insert answer");
+      if (kt_fsi_insert(set, v) != (model.count(v) ? 1 : 0)) Fail("insert answer");
       model.insert(v);
-      if (reuses && g_allocations != before)
-        Fail("allocated while the free list had a node");
+      if (reuses && g_allocations != before) Fail("allocated while the free list had a node");
     } else if (op == 3) {
       int32_t first = kt_fsi_delete_first(set);
-      if (first != (model.empty() ? KT_FSI_EMPTY : *model.begin()))
-        Fail("delete_first");
+      if (first != (model.empty() ? KT_FSI_EMPTY : *model.begin())) Fail("delete_first");
       if (!model.empty())
         model.erase(model.begin());
     } else if (op == 4 && !model.empty()) {
@@ -120,8 +112,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       while (start != INT32_MIN && model.count(start - 1))
         --start;
       int32_t expected = static_cast<int32_t>(static_cast<uint32_t>(start) - 1u);
-      if (kt_fsi_find_watermark(set, *member + 1) != expected)
-        Fail("watermark");
+      if (kt_fsi_find_watermark(set, *member + 1) != expected) Fail("watermark");
     } else if (op == 5) {
       // A whole run linked directly, kept apart from every member so that
       // the runs stay maximal; or an exact run removed again.

@@ -160,8 +160,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
       case 9: CheckWalk(f, model); break;
       default: answer = kt_ghash_insert(f.t, key.data(), data.data()); model.emplace(key, data);
     }
-    if (answer != -1 && answer != present)
-      Fail("existed/found answer");
+    if (answer != -1 && answer != present) Fail("existed/found answer");
     if (!expected.empty() && std::memcmp(out.data(), expected.data(), out.size()) != 0)
       Fail("copied-out value");
     void* element = kt_ghash_query_element(f.t, key.data());

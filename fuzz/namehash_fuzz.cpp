@@ -44,22 +44,19 @@ void Add(kt_namehash* names, Model& model, const std::string& text, bool withLen
       Fail("a known name was copied again");
     return;
   }
-  if (std::strcmp(p, name.c_str()) != 0)
-    Fail("interned text");
+  if (std::strcmp(p, name.c_str()) != 0) Fail("interned text");
   model.emplace(name, p);
   size_t n = name.size();
   kt_namehash_block* now = names->currentBlock;
   if (block != nullptr && n + 1 < room) {  // strictly less: an exact fill does not fit
-    if (now != block || p != free)
-      Fail("name not placed after the previous one");
+    if (now != block || p != free) Fail("name not placed after the previous one");
   } else {
     size_t size = n + 25 >= 16024 ? n + 16025 : 16024;
     if (now == block || now->previous != block || p != reinterpret_cast<char*>(now + 1) ||
         now->end != reinterpret_cast<char*>(now) + size)
       Fail("new pool block");
   }
-  if (now->nextFree != p + n + 1)
-    Fail("next free byte");
+  if (now->nextFree != p + n + 1) Fail("next free byte");
 }
 
 }  // namespace
@@ -91,8 +88,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
           (text.find('\0') == std::string::npos && kt_namehash_lookup(nullptr, text.c_str()) != atom))
         Fail("symbol table");
     }
-    if (names->table.count != static_cast<int32_t>(model.size()))
-      Fail("count");
+    if (names->table.count != static_cast<int32_t>(model.size())) Fail("count");
   }
   for (auto& [name, pointer] : model)
     if (name != pointer || kt_namehash_lookup(names, name.c_str()) != pointer)

@@ -97,13 +97,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   c.begin = array;
   std::vector<std::string> before = Elements(array, count, elementSize);
   kt_qsort(array, count, elementSize, &c, Compare);
-  if (Elements(array, count, elementSize) != before)
-    Fail("the multiset of elements changed");
+  if (Elements(array, count, elementSize) != before) Fail("the multiset of elements changed");
   if (c.mode <= 1) {
     for (int i = 1; i < count; ++i) {
       int order = CompareBytes(c, array + (i - 1) * elementSize, array + i * elementSize);
-      if (c.mode == 0 ? order > 0 : order < 0)
-        Fail("not sorted under a consistent comparison");
+      if (c.mode == 0 ? order > 0 : order < 0) Fail("not sorted under a consistent comparison");
     }
   }
   std::free(array);

@@ -92,8 +92,7 @@ void SetStep(FuzzedDataProvider& in, ktSet* set, std::vector<void*>& model, int&
   } else if (op == 9) {
     CheckWalks(set, model);
   }
-  if (std::vector<void*>(set->begin, set->end) != model)
-    Fail("elements differ");
+  if (std::vector<void*>(set->begin, set->end) != model) Fail("elements differ");
   if (set->current ? set->begin[set->currentIndex] != set->current : set->currentIndex != -1)
     Fail("current position");
 }
@@ -117,8 +116,7 @@ void TableStep(FuzzedDataProvider& in, kt_gtable* table, Columns& m) {
     m.bytes[c].assign(m.capacity * m.size[c], '\0');
   } else if (op == 1) {
     kt_delete_gtable(table, &m.variable[c]);  // a column that is not live is ignored
-    if (m.variable[c] != nullptr)
-      Fail("deleted column variable");
+    if (m.variable[c] != nullptr) Fail("deleted column variable");
     m.live[c] = false;
   } else if (op == 2 || op == 3) {
     rows = op == 2 ? rows + 1 : in.ConsumeIntegralInRange<uint32_t>(0, 2 * rows + 3);
@@ -144,8 +142,7 @@ void TableStep(FuzzedDataProvider& in, kt_gtable* table, Columns& m) {
   }
   for (uint32_t i = 0; i < table->numColumns; ++i) {
     ptrdiff_t k = table->columns[i].variable - m.variable;
-    if (k < 0 || k >= 4 || !m.live[k])
-      Fail("a column entry that is not live");
+    if (k < 0 || k >= 4 || !m.live[k]) Fail("a column entry that is not live");
   }
   if (table->numRows != rows || table->rowCapacity != m.capacity || table->numColumns != count)
     Fail("table shape");

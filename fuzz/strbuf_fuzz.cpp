@@ -41,8 +41,7 @@ void ReadLine(FuzzedDataProvider& in, Source& s) {
   std::vector<char> line(size > 0 ? size : 1, '#');
   char* got = kt_bgets(line.data(), size, &s.cursor);
   if (size <= 0) {
-    if (got != nullptr)
-      Fail("bgets with no room");
+    if (got != nullptr) Fail("bgets with no room");
     return;
   }
   std::string rest = s.rest();
@@ -72,20 +71,17 @@ void Write(FuzzedDataProvider& in, kt_buffer_cursor& sink, std::string& written,
   if (op == 0)
     piece = piece.c_str();
   size_t fit = std::min(piece.size(), left);
-  if (op == 0 && kt_bputs(piece.c_str(), &sink) != (fit == piece.size() ? 1 : -1))
-    Fail("bputs");
+  if (op == 0 && kt_bputs(piece.c_str(), &sink) != (fit == piece.size() ? 1 : -1)) Fail("bputs");
   int n = static_cast<int>(piece.size());
   if (op == 1 && kt_bputsn(&sink, piece.data(), n) != (n && !fit ? -1 : static_cast<int>(fit)))
     Fail("bputsn");
   if (op == 2) {  // whole items only; an item size of 0 writes nothing
     size_t count = item ? piece.size() / item : 5, items = item ? std::min(count, left / item) : 0;
-    if (kt_bwrite(piece.data(), item, count, &sink) != items)
-      Fail("bwrite");
+    if (kt_bwrite(piece.data(), item, count, &sink) != items) Fail("bwrite");
     fit = items * item;
   }
   written.append(piece, 0, fit);
-  if (sink.remaining != room - written.size())
-    Fail("writing cursor");
+  if (sink.remaining != room - written.size()) Fail("writing cursor");
 }
 
 }  // namespace
@@ -109,22 +105,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string piece = in.ConsumeRandomLengthString(24);
     if (op == 0) {
       int c = in.ConsumeIntegral<int>();
-      if (kt_dsbputc(c, &buffer) != (c & 0xFF))
-        Fail("dsbputc");
+      if (kt_dsbputc(c, &buffer) != (c & 0xFF)) Fail("dsbputc");
       model.push_back(static_cast<char>(c));
     } else if (op == 1) {
       int count = static_cast<int>(piece.size()) - in.ConsumeIntegralInRange(0, 2);
-      if (kt_dsbputsn(&buffer, piece.data(), count) != std::max(count, 0))
-        Fail("dsbputsn");
+      if (kt_dsbputsn(&buffer, piece.data(), count) != std::max(count, 0)) Fail("dsbputsn");
       model.append(piece, 0, std::max(count, 0));
     } else if (op == 2) {
-      if (kt_dsbputs(piece.c_str(), &buffer) != (piece.c_str()[0] ? 1 : 0))
-        Fail("dsbputs");
+      if (kt_dsbputs(piece.c_str(), &buffer) != (piece.c_str()[0] ? 1 : 0)) Fail("dsbputs");
       model += piece.c_str();
     } else if (op == 3) {
       size_t item = in.ConsumeIntegralInRange<size_t>(1, 3), count = piece.size() / item;
-      if (kt_dsbwrite(piece.data(), item, count, &buffer) != count)
-        Fail("dsbwrite");
+      if (kt_dsbwrite(piece.data(), item, count, &buffer) != count) Fail("dsbwrite");
       model.append(piece, 0, item * count);
     } else if (op == 4) {
       model.resize(in.ConsumeIntegralInRange<size_t>(0, model.size()));
@@ -135,8 +127,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       bool inSet = in.ConsumeBool();
       uint64_t n = inSet ? kt_bufspn(&source.cursor, piece.c_str())
                          : kt_bufcspn(&source.cursor, piece.c_str());
-      if (n != Span(source.rest(), piece.c_str(), inSet))
-        Fail("span");
+      if (n != Span(source.rest(), piece.c_str(), inSet)) Fail("span");
     } else if (op == 7) {
       Write(in, sink, written, room);
     } else {

@@ -312,7 +312,10 @@ KT_API int kt_ghash_query_replace(kt_ghash_table* table, const void* key, const 
    the table's canonical key. */
 KT_API int kt_ghash_uniquify(kt_ghash_table* table, const void* key, void* out);
 
-/* Lookups: an absent key is not an error. */
+/* Lookups: an absent key is not an error. Wherever copySize bytes are
+   copied out (here and in the query forms of insertion and removal), they
+   come from the data part, or from the key when the table has no data part
+   (data size 0), whatever the data offset says. */
 
 /* The element's address, or null. */
 KT_API void* kt_ghash_query_element(kt_ghash_table* table, const void* key);
