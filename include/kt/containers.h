@@ -149,10 +149,15 @@ KT_API void kt_output_c_string_with_hooks(kt_c_string_put_function put, void* st
                                           kt_c_string_escape_hook after, void* argument);
 
 /* Sorts `count` elements of `size` bytes in place with compare(context, a,
-   b); a quicksort, not stable. Elements above 256 bytes take one temporary
-   element from the default memory context (ktGetMemoryContext, kt/contexts.h;
-   exhaustion raises OUT_OF_MEMORY there); smaller ones use the stack. count
-   < 2 or size 0 does nothing. An exception from compare passes through. */
+   b); a quicksort, not stable. One temporary element of `size` bytes is
+   taken from the default memory context (ktGetMemoryContext,
+   kt/contexts.h) and freed at the end, whatever the size; exhaustion raises
+   OUT_OF_MEMORY there before any element moves. count < 2 or size 0 does
+   nothing and allocates nothing. A comparison that is not a consistent
+   order leaves the elements unsorted but never touches memory outside the
+   array and keeps exactly the same elements. An exception from compare
+   passes through (the temporary is freed; the array holds the same
+   elements in some order). */
 KT_API void kt_qsort(void* base, int count, size_t size, void* context,
                      kt_compare_function compare);
 
@@ -307,7 +312,10 @@ KT_API int kt_ghash_query_replace(kt_ghash_table* table, const void* key, const 
    the table's canonical key. */
 KT_API int kt_ghash_uniquify(kt_ghash_table* table, const void* key, void* out);
 
-/* Lookups: an absent key is not an error. */
+/* Lookups: an absent key is not an error. Wherever copySize bytes are
+   copied out (here and in the query forms of insertion and removal), they
+   come from the data part, or from the key when the table has no data part
+   (data size 0), whatever the data offset says. */
 
 /* The element's address, or null. */
 KT_API void* kt_ghash_query_element(kt_ghash_table* table, const void* key);
@@ -615,9 +623,11 @@ KT_API void kt_fsi_clear(kt_fsi* set);
 KT_API void kt_fsi_delete(kt_fsi* set);
 
 /* Adds `number`, merging it with adjacent runs. Returns 1 when it was
-   already a member (nothing changes), 0 when added. INT32_MAX cannot be
-   represented (its interval would end past the range): it is refused with
-   the result 1. */
+   already a member (nothing changes), 0 when added. INT32_MAX is never a
+   member: a run holding it would need the excluded upper bound 2^31, which
+   the signed 32-bit bound cannot hold, so inserting it raises
+   KT_ERR_VALUE_OVERFLOW_TYPE (0x10003, kt/errors.h) through the memory
+   context's error context and leaves the set unchanged. */
 KT_API int kt_fsi_insert(kt_fsi* set, int32_t number);
 
 /* Links a node for [lower, upper) as it is: no merging, no overlap check;

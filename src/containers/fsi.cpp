@@ -1,6 +1,7 @@
 // kt_fsi: a set of 32-bit integers kept as disjoint half-open intervals in
 // an AVL tree, used as a pool of free numbers.
 #include "kt/containers.h"
+#include "kt/errors.h"
 
 namespace {
 
@@ -262,8 +263,13 @@ extern "C" void kt_fsi_delete(kt_fsi* set) {
 }
 
 extern "C" int kt_fsi_insert(kt_fsi* set, int32_t v) {
+  // A run holding INT32_MAX would need the excluded upper bound 2^31, which
+  // an interval's signed 32-bit bound cannot hold: refuse rather than claim
+  // membership.
   if (v == INT32_MAX)
-    return 1;  // [v, v + 1) would end past the range
+    kt_error(set->memoryContext->errorContext, KT_ERR_VALUE_OVERFLOW_TYPE, "int32_t",
+             "kt_fsi_interval", __FILE__, __LINE__,
+             "kt_fsi_insert: 2147483647 has no excluded upper bound");
   set->first = nullptr;
   if (set->root == nullptr) {
     Link(set, {v, v + 1});

@@ -272,9 +272,13 @@ int FindOrAdd(kt_ghash_table* t, const void* key, Node** out) {
   return 0;
 }
 
+// Copies copySize bytes to `out`: the data part, or the key (at the
+// element's start, wherever the data offset points) when there is no data.
 void CopyOut(const kt_ghash_table* t, Node* node, void* out) {
-  if (out != nullptr && t->copySize)
-    std::memcpy(out, ElementOf(node) + t->dataOffset, t->copySize);
+  if (out == nullptr || t->copySize == 0)
+    return;
+  const char* from = ElementOf(node) + (t->dataSize ? t->dataOffset : 0);
+  std::memcpy(out, from, t->copySize);
 }
 
 void CopyDataIn(kt_ghash_table* t, Node* node, const void* data) {

@@ -1,4 +1,10 @@
 // kt_qsort: quicksort with a caller context handed to the comparison.
+//
+// Every scan is bounded by the part being sorted and elements only ever
+// move by exchange, so a comparison that is not a consistent three-way
+// order (one that answers only 0 and 1, is not transitive, or is random)
+// leaves the elements in some order but never reads or writes outside the
+// array and never loses or duplicates an element.
 #include <cstdint>
 #include <cstring>
 
@@ -30,7 +36,7 @@ struct Sorter {
   void swap(long a, long b) const {
     if (a == b)
       return;
-    // Common scalar sizes use a register as the temporary.
+    // Common scalar sizes go through a register instead of the temporary.
     if (size == 8) {
       SwapWords<uint64_t>(at(a), at(b));
       return;
@@ -44,8 +50,7 @@ struct Sorter {
     std::memcpy(at(b), temporary, size);
   }
 
-  // Orders first, middle and last so that the middle holds their median;
-  // the outer two then act as sentinels for the partition scans.
+  // Orders first, middle and last so that the middle holds their median.
   void medianOfThree(long lo, long mid, long hi) const {
     if (cmp(mid, lo) < 0)
       swap(mid, lo);
@@ -56,18 +61,21 @@ struct Sorter {
   }
 
   // Partitions [lo, hi] (at least four elements) around the median of
-  // three; returns the pivot's final place.
+  // three, parked at hi - 1; returns the pivot's final place, which lies
+  // strictly inside (lo, hi). With a consistent comparison the scans stop
+  // at the pivot and at lo by themselves; the index bounds keep any other
+  // comparison inside the part.
   long partition(long lo, long hi) const {
     long mid = lo + (hi - lo) / 2;
     medianOfThree(lo, mid, hi);
-    swap(mid, hi - 1);  // park the pivot next to the upper sentinel
     long pivot = hi - 1;
+    swap(mid, pivot);
     long i = lo;
-    long j = hi - 1;
+    long j = pivot;
     for (;;) {
-      while (cmp(++i, pivot) < 0) {
+      while (++i < pivot && cmp(i, pivot) < 0) {
       }
-      while (cmp(--j, pivot) > 0) {
+      while (--j > lo && cmp(j, pivot) > 0) {
       }
       if (i >= j)
         break;
@@ -104,24 +112,17 @@ extern "C" void kt_qsort(void* base, int count, size_t size, void* context,
                          kt_compare_function compare) {
   if (count < 2 || size == 0)
     return;
-  // One temporary element for the exchanges, from the default memory context
-  // (exhaustion raises OUT_OF_MEMORY there); elements up to 256 bytes use
-  // the stack instead, which cannot fail.
-  char local[256];
-  kt_mem_context* memory = nullptr;
-  char* temporary = local;
-  if (size > sizeof local) {
-    memory = ktGetMemoryContext();
-    temporary = static_cast<char*>(kt_mem_alloc(memory, size));
-  }
+  // The temporary element always comes from the default memory context, so
+  // a host that counts or limits that context sees it; exhaustion raises
+  // OUT_OF_MEMORY there before anything moves.
+  kt_mem_context* memory = ktGetMemoryContext();
+  auto* temporary = static_cast<char*>(kt_mem_alloc(memory, size));
   Sorter sorter{static_cast<char*>(base), size, context, compare, temporary};
   try {
     sorter.sort(0, count - 1);
   } catch (...) {
-    if (memory != nullptr)
-      kt_mem_free(memory, temporary);
+    kt_mem_free(memory, temporary);
     throw;
   }
-  if (memory != nullptr)
-    kt_mem_free(memory, temporary);
+  kt_mem_free(memory, temporary);
 }

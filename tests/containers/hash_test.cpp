@@ -1,10 +1,8 @@
 // The hash family against an independent, bit-at-a-time model of the CRC
 // step, plus the quasiprime search against brute-force trial division.
-#include <cmath>
 #include <cstring>
 #include <random>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -46,12 +44,10 @@ unsigned char SlowFold(unsigned char b) {
   return static_cast<unsigned char>(entry >> (8 * (offset % 4)));
 }
 
-std::string RandomText(std::mt19937& rng, size_t n, bool allowHigh) {
+std::string RandomText(std::mt19937& rng, size_t n) {
   std::string s(n, ' ');
-  for (char& c : s) {
-    int v = static_cast<int>(rng() % (allowHigh ? 255 : 127)) + 1;  // no NUL
-    c = static_cast<char>(v);
-  }
+  for (char& c : s)
+    c = static_cast<char>(rng() % 255 + 1);  // no NUL
   return s;
 }
 
@@ -67,8 +63,7 @@ bool SlowIsQuasiprime(int32_t n) {
 TEST(Hash, KnownAnswers) {
   EXPECT_EQ(kt_hash_byte(0, 1), 0x77073096u);
   EXPECT_EQ(kt_hash_byte(0, 255), 0x2D02EF8Du);
-  // With the IEEE inversions added by hand the step gives the standard
-  // CRC-32 check value of "123456789".
+  // With the inversions added by hand: the standard CRC-32 check value.
   EXPECT_EQ(~kt_hash_n_bytes(0xFFFFFFFFu, 9, "123456789"), 0xCBF43926u);
   EXPECT_EQ(kt_hash_n_bytes(0x1234u, 0, nullptr), 0x1234u);
   EXPECT_EQ(kt_hash_string(7, ""), kt_hash_byte(7, 0));
@@ -104,7 +99,7 @@ TEST(Hash, StringsMatchSlowModel) {
   for (size_t n : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 9u, 11u, 12u, 13u, 15u, 16u, 31u, 63u, 64u,
                    65u, 255u, 256u, 257u, 1000u, 70000u}) {
     for (int round = 0; round < 4; ++round) {
-      std::string s = RandomText(rng, n, true);
+      std::string s = RandomText(rng, n);
       uint32_t seed = rng();
       uint32_t forward = SlowStep(SlowBytes(seed, s), 0);
       EXPECT_EQ(kt_hash_string(seed, s.c_str()), forward) << n;
@@ -124,13 +119,9 @@ TEST(Hash, StringsMatchSlowModel) {
 TEST(Hash, FoldingQuirkForHighBytes) {
   // For ASCII the folded hash is the hash of the lower-cased text.
   EXPECT_EQ(kt_hash_lower_string(0, "MiXeD Case_42"), kt_hash_string(0, "mixed case_42"));
-  // Every high byte folds to the CRC table byte at (b + 768), not to itself.
-  for (int b = 0x80; b <= 0xFF; ++b) {
-    char s[2] = {static_cast<char>(b), 0};
-    char f[2] = {static_cast<char>(SlowFold(static_cast<unsigned char>(b))), 0};
-    EXPECT_EQ(kt_hash_stringi(5, s), kt_hash_string(5, f)) << b;
-  }
-  // Byte 0x80 reads byte 0 of entry 224.
+  // High bytes fold to the CRC table byte at (b + 768), not to themselves
+  // (every one is met by the random texts above); the model's anchor: byte
+  // 0x80 reads byte 0 of entry 224.
   EXPECT_EQ(SlowFold(0x80), static_cast<unsigned char>(kt_hash_byte(0, 224)));
   const char text[] = "\xc3\xa9t\xc3\xa9";
   EXPECT_NE(kt_hash_stringi(0, text), kt_hash_string(0, text));
@@ -158,9 +149,8 @@ TEST(Hash, KeyCallbacks) {
   EXPECT_EQ(kt_NULL_copy_key(nullptr, &x), &x);
   kt_NULL_delete_key(nullptr, &x);
   EXPECT_EQ(kt_ghash_hash_ptr_key(nullptr, &a), kt_hash_pointer(0, a));
-}
 
-TEST(Hash, PointerComparisonUsesWrappedDifference) {
+  // Pointers compare by the sign of their wrapped difference.
   auto p = [](uint64_t v) { return reinterpret_cast<const void*>(v); };
   EXPECT_EQ(kt_NULL_compare_keys(nullptr, p(10), p(20)), -1);
   EXPECT_EQ(kt_NULL_compare_keys(nullptr, p(20), p(10)), 1);
@@ -182,10 +172,7 @@ TEST(Hash, QuasiprimeMatchesTrialDivision) {
     ASSERT_EQ(kt_hash_is_quasiprime(n), SlowIsQuasiprime(n) ? 1 : 0) << n;
   }
   EXPECT_EQ(kt_hash_is_quasiprime(INT32_MIN), 0);
-  EXPECT_EQ(kt_hash_is_quasiprime(1001), 0);
-  EXPECT_EQ(kt_hash_is_quasiprime(1009), 1);
-  // Above 997 squared only factors below 1000 are tried.
-  EXPECT_EQ(kt_hash_is_quasiprime(1009 * 1013), 1);
+  EXPECT_EQ(kt_hash_is_quasiprime(1009 * 1013), 1);  // above 997 squared: no factor below 1000
 }
 
 TEST(Hash, NextQuasiprime) {
