@@ -18,11 +18,25 @@ namespace kt::internal {
 
 namespace {
 
-constexpr const char* kConversionLetters = "diuoxXfeEgGcspn%U";
 constexpr const char* kFlags = "-+ #0'";
 
+// The letters that end a conversion, as a table: scanning is on the path
+// of every message printed.
+struct LetterSet {
+  bool has[256];
+};
+
+constexpr LetterSet MakeLetterSet(const char* letters) {
+  LetterSet set{};
+  for (const char* p = letters; *p != '\0'; ++p) set.has[static_cast<unsigned char>(*p)] = true;
+  return set;
+}
+
+constexpr LetterSet kConversionLetters = MakeLetterSet("diuoxXfeEgGcspn%U");
+
 Conversion Malformed(long end, int status) {
-  return {ConversionKind::kMalformed, end, status, ArgumentType::kInt, 0};
+  auto why = static_cast<unsigned char>(status);
+  return {end, ConversionKind::kMalformed, ArgumentType::kInt, why, 0};
 }
 
 // Skips a width or precision: digits, or one '*' (counted in `stars`).
@@ -38,17 +52,19 @@ long SkipCount(const char* text, long i, long end, int* stars) {
 // The argument that `letter` with `length` takes; false for a combination
 // the C formatter would read as another type ("%lc", "%llf", "%Ld" ...).
 bool ArgumentOf(std::string_view length, char letter, ArgumentType* type) {
-  if (std::strchr("feEgG", letter) != nullptr) {
-    if (length == "L") *type = ArgumentType::kLongDouble;
-    else if (length.empty() || length == "l") *type = ArgumentType::kDouble;
-    else return false;
-    return true;
+  switch (letter) {
+    case 'f': case 'e': case 'E': case 'g': case 'G':
+      if (length == "L") *type = ArgumentType::kLongDouble;
+      else if (length.empty() || length == "l") *type = ArgumentType::kDouble;
+      else return false;
+      return true;
+    case 'c': case 'p':
+      *type = letter == 'c' ? ArgumentType::kInt : ArgumentType::kPointer;
+      return length.empty();
+    default:
+      break;
   }
-  if (letter == 'c' || letter == 'p') {
-    *type = letter == 'c' ? ArgumentType::kInt : ArgumentType::kPointer;
-    return length.empty();
-  }
-  bool isUnsigned = std::strchr("uoxX", letter) != nullptr;
+  bool isUnsigned = letter == 'u' || letter == 'o' || letter == 'x' || letter == 'X';
   if (length.empty() || length == "h" || length == "hh") {
     *type = isUnsigned ? ArgumentType::kUnsigned : ArgumentType::kInt;
   } else if (length == "l" || length == "z" || length == "t") {
@@ -67,7 +83,7 @@ bool ArgumentOf(std::string_view length, char letter, ArgumentType* type) {
 // ("%Sd", "%m...d", "%1$d") would make the C formatter read arguments of
 // other types or positions than the ones consumed here.
 Conversion ParseSpecification(const char* text, long at, long end) {
-  Conversion c = {ConversionKind::kFormatted, end, 0, ArgumentType::kInt, 0};
+  Conversion c = {end, ConversionKind::kFormatted, ArgumentType::kInt, 0, 0};
   long i = at + 1;
   while (i < end && std::strchr(kFlags, text[i]) != nullptr) ++i;
   i = SkipCount(text, i, end, &c.stars);
@@ -81,19 +97,19 @@ Conversion ParseSpecification(const char* text, long at, long end) {
 
 Conversion ScanConversion(const char* text, long at) {
   long end = at + 1;
-  while (text[end] != '\0' && std::strchr(kConversionLetters, text[end]) == nullptr) ++end;
+  while (text[end] != '\0' && !kConversionLetters.has[static_cast<unsigned char>(text[end])]) ++end;
   if (text[end] == '\0') return Malformed(end - 1, KT_STRANDED_PER_CENT);
   bool trivial = end == at + 1;
   switch (text[end]) {
     case '%':
       if (!trivial) return Malformed(end, KT_NON_TRIVIAL_PER_CENT);
-      return {ConversionKind::kPercent, end, 0, ArgumentType::kInt, 0};
+      return {end, ConversionKind::kPercent, ArgumentType::kInt, 0, 0};
     case 's':
       if (!trivial) return Malformed(end, KT_NON_TRIVIAL_S);
-      return {ConversionKind::kString, end, 0, ArgumentType::kPointer, 0};
+      return {end, ConversionKind::kString, ArgumentType::kPointer, 0, 0};
     case 'U':
       if (!trivial) return Malformed(end, KT_INVALID_PERCENT_U);
-      return {ConversionKind::kCallback, end, 0, ArgumentType::kPointer, 0};
+      return {end, ConversionKind::kCallback, ArgumentType::kPointer, 0, 0};
     default:
       return ParseSpecification(text, at, end);
   }
@@ -232,16 +248,20 @@ void PlainDecimal(char* slot, long long v) {
   *slot = '\0';
 }
 
-// Formats the argument of the well-formed conversion `spec` (such as
-// "%-8.3lf") into `slot`, consuming it and its '*' values from `args`.
-void FormatHole(char* slot, const char* spec, const Conversion& c, va_list* args) {
-  if (spec[2] == '\0' && (spec[1] == 'd' || spec[1] == 'i' || spec[1] == 'u')) {
+// Formats the argument of the well-formed `conversion` (such as "%-8.3lf")
+// into `slot`, consuming it and its '*' values from `args`; `scratch` holds
+// the conversion as a C string.
+void FormatHole(char* slot, std::string_view conversion, const Conversion& c, va_list* args,
+                std::string* scratch) {
+  char letter = conversion.back();
+  if (conversion.size() == 2 && (letter == 'd' || letter == 'i' || letter == 'u')) {
     // The plain forms are by far the most common holes: convert directly.
-    long long v = spec[1] == 'u' ? static_cast<long long>(va_arg(*args, unsigned))
-                                 : static_cast<long long>(va_arg(*args, int));
+    long long v = letter == 'u' ? static_cast<long long>(va_arg(*args, unsigned))
+                                : static_cast<long long>(va_arg(*args, int));
     PlainDecimal(slot, v);
     return;
   }
+  const char* spec = scratch->assign(conversion).c_str();
   int stars[2] = {0, 0};
   for (int k = 0; k < c.stars; ++k) stars[k] = va_arg(*args, int);
   slot[0] = '\0';
@@ -269,8 +289,8 @@ void FormatHole(char* slot, const char* spec, const Conversion& c, va_list* args
 }
 
 // Step 1 of printing: walks the English conversions in order and records
-// each hole, consuming the arguments.
-void CollectHoles(const char* english, va_list* args, Hole* holes, char* holeText) {
+// each hole, consuming the arguments. Returns the number of holes.
+int CollectHoles(const char* english, va_list* args, Hole* holes, char* holeText) {
   std::string spec;
   int h = 0;
   ForEachConversion(english, [&](long at, const Conversion& c) {
@@ -281,12 +301,20 @@ void CollectHoles(const char* english, va_list* args, Hole* holes, char* holeTex
       holes[h++] = {kCallback, nullptr, va_arg(*args, const kt_percent_u_argument*)};
     } else if (c.kind == ConversionKind::kFormatted) {
       char* slot = holeText + static_cast<size_t>(h) * kHoleTextSize;
-      spec.assign(english + at, static_cast<size_t>(c.end - at + 1));
-      FormatHole(slot, spec.c_str(), c, args);
+      std::string_view conversion(english + at, static_cast<size_t>(c.end - at + 1));
+      FormatHole(slot, conversion, c, args, &spec);
       holes[h++] = {kFormatted, slot, nullptr};
     }
     return true;
   });
+  return h;
+}
+
+// At least the number of holes of `text`: every hole starts with a "%".
+int HoleBound(const char* text) {
+  int n = 0;
+  for (const char* p = std::strchr(text, '%'); p != nullptr; p = std::strchr(p + 1, '%')) ++n;
+  return n;
 }
 
 bool PrintHole(Emitter* out, const Hole& hole) {
@@ -368,7 +396,7 @@ int PrintLocated(const kt_message_context* context, MessageLocation at, Emitter*
                  va_list args) {
   const char* english = EnglishText(context, at);
   if (english == nullptr) english = "";  // a refused table may lack texts
-  int holeCount = CountHoles(english);
+  int bound = HoleBound(english);
   // Most messages have a handful of holes: keep them on the stack.
   constexpr int kStackHoles = 8;
   Hole stackHoles[kStackHoles];
@@ -377,15 +405,15 @@ int PrintLocated(const kt_message_context* context, MessageLocation at, Emitter*
   std::vector<char> heapText;
   Hole* holes = stackHoles;
   char* holeText = stackText;
-  if (holeCount > kStackHoles) {
-    heapHoles.resize(static_cast<size_t>(holeCount));
-    heapText.resize(static_cast<size_t>(holeCount) * kHoleTextSize);
+  if (bound > kStackHoles) {
+    heapHoles.resize(static_cast<size_t>(bound));
+    heapText.resize(static_cast<size_t>(bound) * kHoleTextSize);
     holes = heapHoles.data();
     holeText = heapText.data();
   }
   va_list copy;
   va_copy(copy, args);
-  CollectHoles(english, &copy, holes, holeText);
+  int holeCount = CollectHoles(english, &copy, holes, holeText);
   va_end(copy);
   const char* translated = TranslatedText(context, at);
   if (translated != nullptr) {

@@ -9,9 +9,11 @@
 #ifndef KT_CONTEXTS_MESSAGE_FORMAT_H
 #define KT_CONTEXTS_MESSAGE_FORMAT_H
 
+#include <cstring>
+
 namespace kt::internal {
 
-enum class ConversionKind {
+enum class ConversionKind : unsigned char {
   kPercent,    // "%%": prints one "%", not a hole
   kString,     // "%s": a string hole, printed uncut
   kCallback,   // "%U": a kt_percent_u_argument* hole
@@ -20,13 +22,16 @@ enum class ConversionKind {
 };
 
 // The argument a formatted conversion takes.
-enum class ArgumentType { kInt, kUnsigned, kLong, kLongLong, kDouble, kLongDouble, kPointer, kCount };
+enum class ArgumentType : unsigned char {
+  kInt, kUnsigned, kLong, kLongLong, kDouble, kLongDouble, kPointer, kCount
+};
 
+// 16 bytes, so that it is returned in registers.
 struct Conversion {
-  ConversionKind kind;
   long end;               // index of its last character
-  int status;             // kMalformed: the registration status explaining it
+  ConversionKind kind;
   ArgumentType argument;  // kFormatted
+  unsigned char status;   // kMalformed: the registration status explaining it
   int stars;              // kFormatted: '*' values taken before the argument
 };
 
@@ -37,11 +42,11 @@ Conversion ScanConversion(const char* text, long at);
 // continuing after malformed ones; stops when visit returns false.
 template <class Visit>
 void ForEachConversion(const char* text, Visit visit) {
-  for (long i = 0; text[i] != '\0'; ++i) {
-    if (text[i] != '%') continue;
-    Conversion c = ScanConversion(text, i);
-    if (!visit(i, c)) return;
-    i = c.end;
+  for (const char* p = std::strchr(text, '%'); p != nullptr;) {
+    long at = p - text;
+    Conversion c = ScanConversion(text, at);
+    if (!visit(at, c)) return;
+    p = std::strchr(text + c.end + 1, '%');
   }
 }
 
