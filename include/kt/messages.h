@@ -9,6 +9,20 @@
  * %1"). Tables are validated when registered, so a malformed format is an
  * internal error at registration, never a crash when first printed.
  *
+ * English texts: "%%" prints "%"; "%s" (a string, printed uncut) and "%U"
+ * (a kt_percent_u_argument*) take nothing between "%" and the letter; every
+ * other hole is a C conversion: "%", flags among "-+ #0'", a width (digits
+ * or "*"), a precision ("." then digits or "*"), a length modifier, and one
+ * of the letters d i u o x X f e E g G c p n. The length modifier may be
+ * hh h l ll q j z t for integers and n, l or L for floating conversions,
+ * and none for c and p; each "*" takes an int before the value. Anything
+ * else after a "%" (a stranded "%", or a specification the C formatter
+ * would read as another argument, such as "%Sd", "%lc", "%m...d", "%1$d",
+ * "%llf") is refused with status 6 (STRANDED_PER_CENT). A refused table
+ * nevertheless stays registered (see kt_add_primary_message_table); when
+ * such a text is printed, its malformed specifications are copied as they
+ * stand and take no argument.
+ *
  *     static const int codes[] = { (7 << 16) | 1, -1 };
  *     static const char* const mnemonics[] = { "NO_SUCH_THING" };
  *     static const char* const texts[] = { "No thing called \"%s\" (%d)." };
@@ -100,6 +114,7 @@ typedef struct _message_context {
     int languageCapacity;
     char** languageNames;
     const char* const** * languageTexts;  /* [language][module] -> texts */
+    int** languageCounts;           /* [language][module] -> texts translated */
     int currentLanguage;
     int maxHoles;                   /* most holes of any English text */
     int maxSpec;                    /* longest conversion specification */
@@ -134,10 +149,16 @@ KT_API int kt_initialize_message_context(int* status, kt_message_context* contex
 KT_API void kt_clear_message_context(kt_message_context* context, kt_release_function release);
 
 /*
- * Registers (validates and stores) a primary table; the table must stay
- * valid while registered. Registering the same table again only counts.
- * Returns 0, -1 (memory; *status = 1), or the failing entry's code with
- * *status in 2..8, 14, 15.
+ * Registers a primary table, which must stay valid while registered: stores
+ * and counts it, then checks its codes and texts. Registering the same text
+ * array again only counts (returns 0). Returns 0, -1 (memory; *status = 1),
+ * or the failing entry's code with *status in 2..8, 14, 15; for 2 and 14
+ * nothing is stored. A table refused by its checks stays registered and
+ * counted (stored first on purpose): it is removed with
+ * kt_remove_primary_message_table, and until then a differing table for its
+ * module is refused with 14. A module number outside 0..32767 or a count
+ * outside 0..65534 is refused with 5 (code: module, entry 0xFFFF) before
+ * anything is stored.
  */
 KT_API int kt_add_primary_message_table(int* status, kt_message_context* context,
                                         const kt_message_table* table,
@@ -145,6 +166,7 @@ KT_API int kt_add_primary_message_table(int* status, kt_message_context* context
 
 /*
  * Undoes one registration; the last one makes the module's codes unknown.
+ * Translations of the module stay; entries they lack show in English.
  * Returns 0, or -1 for an unknown module or one not registered.
  */
 KT_API int kt_remove_primary_message_table(int* status, kt_message_context* context,
@@ -166,8 +188,10 @@ KT_API int kt_add_language(int* status, kt_message_context* context, const char*
  */
 KT_API int kt_change_language(kt_message_context* context, const char* language);
 
-/* The current language's text of `code` (English when not translated);
-   null for an unknown code. Points into the registered table. */
+/* The current language's text of `code`, or the English one when that
+   language has none (no translation of the module, or one with fewer texts
+   because the English table was re-registered longer); null for an unknown
+   code. Points into the registered table. */
 KT_API const char* kt_get_message(kt_message_context* context, int code);
 /* The English text; null for an unknown code. */
 KT_API const char* kt_get_primary_message(kt_message_context* context, int code);
@@ -180,6 +204,7 @@ KT_API const char* kt_get_message_component(kt_message_context* context, int cod
  * Formats message `code` with the arguments (in English hole order) into
  * putsn. "%s" holes are printed uncut, "%U" holes (a kt_percent_u_argument*)
  * through their callback, other holes with vsnprintf cut at 63 characters.
+ * A translation's hole number beyond the English holes prints nothing.
  * An unknown code prints BAD_MSG_CODE and a newline and returns 0. Returns
  * the total written or the first negative putsn result. A piece longer
  * than 2147483647 bytes throws std::overflow_error. Reentrant.
