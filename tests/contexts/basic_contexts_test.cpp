@@ -14,6 +14,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/console_capture.h"
+
 namespace {
 
 // What a host's throw hook throws.
@@ -179,20 +181,12 @@ TEST(BasicContexts, InstallReturnsThePreviousRecordExactly) {
 }
 
 TEST(BasicContexts, WarningsReachTheConsoleOutputHook) {
-  static std::string captured;
-  captured.clear();
-  ktVprintfFunction oldOut;
-  void* oldData;
-  ktPrintfHotFunction oldHot;
-  ktGetVprintfCallbacks(&oldOut, &oldData, &oldHot);
-  ktSetVprintfCallbacks([](const char* text, void*) { captured += text; return 0; }, nullptr,
-                        nullptr);
+  kttest::ConsoleCapture console;
   static ktBasicContexts mine;
   ASSERT_EQ(ktInitializeBasicContexts(&mine, ThrowHostError, nullptr), 0);
   kt_warning_context& w = mine.warningContext;
   EXPECT_EQ(w.outputFunction(w.outputData, "Warning: x\ntail", 11), 11);
-  EXPECT_EQ(captured, "Warning: x\n");
-  ktSetVprintfCallbacks(oldOut, oldData, oldHot);
+  EXPECT_EQ(console.text, "Warning: x\n");
   ktClearBasicContexts(&mine);
 }
 

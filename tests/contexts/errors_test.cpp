@@ -51,26 +51,6 @@ class ErrorContext : public ::testing::Test {
 int Accept(kt_error_context*, void*, int, va_list) { return 1; }
 int Decline(kt_error_context*, void*, int, va_list) { return 0; }
 
-TEST_F(ErrorContext, InitialisationFillsTheRecord) {
-  EXPECT_EQ(ec.top, nullptr);
-  EXPECT_EQ(ec.messageContext, &mc);
-  EXPECT_EQ(ec.handler, &kt_error_exit_function);
-  EXPECT_EQ(ec.handlerData, nullptr);
-  ASSERT_NE(ec.outputQuery, nullptr);
-  EXPECT_EQ(ec.outputQuery(), ktPrintfIsHot());
-  EXPECT_STREQ(kt_get_message_mnemonic(&mc, KT_ERR_VALUE_OVERFLOW_TYPE), "ERR_VALUE_OVERFLOW_TYPE");
-  EXPECT_STREQ(kt_get_message(&mc, KT_ERR_SIGNAL_INTERRUPT), "");
-}
-
-TEST_F(ErrorContext, CompletedBodyReturnsZero) {
-  bool ran = false;
-  EXPECT_EQ(kt_try_catch(&ec, &ran, [](kt_error_context* c, void* d) {
-    EXPECT_NE(c->top, nullptr);
-    *static_cast<bool*>(d) = true;
-  }, Accept), 0);
-  EXPECT_TRUE(ran);
-}
-
 TEST_F(ErrorContext, AcceptedErrorCarriesItsArgumentsToTheCatchFunction) {
   struct Seen {
     std::string text, identifier;

@@ -1,5 +1,6 @@
 // Console output hook and the formatting entry points in front of it.
 #include "kt/output.h"
+#include "support/console_capture.h"
 
 #include <gtest/gtest.h>
 
@@ -13,63 +14,29 @@
 
 namespace {
 
-// Captures everything printed through the hook while in scope, and puts
-// the previous hook back afterwards.
-struct Capture {
-  std::string text;
-  int calls = 0;
-  int result = 0;  // what the hook returns
-  ktVprintfFunction oldOutput;
-  void* oldData;
-  ktPrintfHotFunction oldHot;
-
-  static int Hook(const char* t, void* data) {
-    auto* self = static_cast<Capture*>(data);
-    self->text += t;
-    ++self->calls;
-    return self->result;
-  }
-  explicit Capture(ktPrintfHotFunction hot = nullptr) {
-    ktGetVprintfCallbacks(&oldOutput, &oldData, &oldHot);
-    ktSetVprintfCallbacks(Hook, this, hot);
-  }
-  ~Capture() { ktSetVprintfCallbacks(oldOutput, oldData, oldHot); }
-};
+using Capture = kttest::ConsoleCapture;
 
 bool AlwaysHot(void*) { return true; }
 bool HotWhenDataIsOne(void* data) { return *static_cast<int*>(data) == 1; }
 
-
-TEST(Output, NullOutputFunctionFallsBackToDefaultAndIsNotHot) {
-  ktVprintfFunction out0;
-  void* data0;
-  ktPrintfHotFunction hot0;
-  ktGetVprintfCallbacks(&out0, &data0, &hot0);
-  int marker = 7;
-  ktSetVprintfCallbacks(nullptr, &marker, nullptr);
-  ktVprintfFunction out;
+TEST(Output, NullOutputIsTheDefaultAndTheHotQuerySeesTheCurrentData) {
+  Capture restore;  // puts the previous hook back
+  ktVprintfFunction defaultOutput, out;
   void* data;
   ktPrintfHotFunction hot;
-  ktGetVprintfCallbacks(&out, &data, &hot);
-  EXPECT_NE(out, nullptr);
-  EXPECT_EQ(out, out0);  // the default was installed before as well
-  EXPECT_EQ(data, &marker);
-  EXPECT_EQ(hot, nullptr);
-  EXPECT_FALSE(ktPrintfIsHot());
-  ktSetVprintfCallbacks(out0, data0, hot0);
-}
-
-TEST(Output, HotQueryIsAskedWithTheCurrentData) {
+  ktSetVprintfCallbacks(nullptr, nullptr, nullptr);
+  ktGetVprintfCallbacks(&defaultOutput, &data, &hot);
+  EXPECT_NE(defaultOutput, nullptr);
   int one = 1, two = 2;
-  ktVprintfFunction o;
-  void* d;
-  ktPrintfHotFunction h;
-  ktGetVprintfCallbacks(&o, &d, &h);
   ktSetVprintfCallbacks(nullptr, &one, HotWhenDataIsOne);
+  ktGetVprintfCallbacks(&out, &data, &hot);
+  EXPECT_EQ(out, defaultOutput);
+  EXPECT_EQ(data, &one);
   EXPECT_TRUE(ktPrintfIsHot());
   ktSetVprintfCallbacks(nullptr, &two, HotWhenDataIsOne);
   EXPECT_FALSE(ktPrintfIsHot());
-  ktSetVprintfCallbacks(o, d, h);
+  ktSetVprintfCallbacks(nullptr, &one, nullptr);
+  EXPECT_FALSE(ktPrintfIsHot()) << "no query: not hot";
 }
 
 TEST(Output, SwapReturnsPreviousValuesAndNullStoresDefault) {
@@ -94,6 +61,30 @@ TEST(Output, SwapReturnsPreviousValuesAndNullStoresDefault) {
   ktPrintf("x");
   EXPECT_EQ(c.text, "x");
   EXPECT_TRUE(ktPrintfIsHot());
+}
+
+// ktPrintf's first attempt formats with room to spare and reuses that text
+// when it is complete: what is printed, and the result, must be exactly
+// those of formatting into a buffer that fits, around the first size
+// (1023), the growth sizes and the spare room (8192), with and without
+// bytes that are not UTF-8.
+TEST(Output, PrintfMatchesAFittingBufferAtEveryBoundary) {
+  for (size_t center : {1023u, 2046u, 4092u, 8192u, 16384u})
+    for (size_t length = center - 3; length < center + 3; ++length)
+      for (int variant = 0; variant < 3; ++variant) {
+        std::string arg(length, 'a');
+        if (variant == 1) arg[length / 2] = '\xE9';                // re-encoded
+        if (variant == 2) arg.replace(length - 2, 2, "\xC3\xA9");  // UTF-8 at the end
+        std::vector<char> fitting(arg.size() * 3 + 64);
+        ktSNprintf(fitting.data(), fitting.size(), "<%s>", arg.c_str());
+        Capture c;
+        int n = ktPrintf("<%s>", arg.c_str());
+        ASSERT_EQ(c.text, fitting.data()) << "length " << length << " variant " << variant;
+        ASSERT_EQ(c.calls, 1);
+        if (variant != 1) {
+          ASSERT_EQ(n, static_cast<int>(length + 2)) << "length " << length;
+        }
+      }
 }
 
 TEST(Output, RandomFormatsMatchSnprintf) {

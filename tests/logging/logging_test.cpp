@@ -17,6 +17,7 @@
 
 #include "kt/logging.h"
 #include "kt/output.h"
+#include "support/console_capture.h"
 
 using namespace Quivera::System;
 
@@ -77,28 +78,7 @@ public:
     mutable const Externalizable* last_object = nullptr;
 };
 
-// Captures everything printed through the console output hook and puts
-// the previous hook back afterwards.
-class ConsoleCapture {
-public:
-    ConsoleCapture()
-    {
-        ktGetVprintfCallbacks(&old_output_, &old_data_, &old_hot_);
-        ktSetVprintfCallbacks(&ConsoleCapture::append, &text, nullptr);
-    }
-    ~ConsoleCapture() { ktSetVprintfCallbacks(old_output_, old_data_, old_hot_); }
-    std::string text;
-
-private:
-    static int append(const char* piece, void* data)
-    {
-        static_cast<std::string*>(data)->append(piece);
-        return 0;
-    }
-    ktVprintfFunction old_output_;
-    void* old_data_;
-    ktPrintfHotFunction old_hot_;
-};
+using kttest::ConsoleCapture;
 
 template <class Write>
 std::string written(Write write)
