@@ -74,6 +74,7 @@ SlotStore* VmContext::SessionStore() {
 // contexts gives their entries back, so that they can still be deleted.
 struct ActiveList {
   std::vector<VmContext*> entered;
+  uint64_t epoch = 0;
   ~ActiveList() {
     for (VmContext* context : entered)
       if (context != nullptr)
@@ -83,27 +84,34 @@ struct ActiveList {
 
 namespace {
 
-std::vector<VmContext*>& ActiveContexts() {
+ActiveList& ThisThreadActiveList() {
   thread_local ActiveList active;
-  return active.entered;
+  return active;
 }
+
+std::vector<VmContext*>& ActiveContexts() { return ThisThreadActiveList().entered; }
 
 }  // namespace
 
 void EnterVmContext(VmContext* context) {
   if (context != nullptr)
     context->entries_.fetch_add(1, std::memory_order_acq_rel);
-  ActiveContexts().push_back(context);
+  ActiveList& active = ThisThreadActiveList();
+  active.entered.push_back(context);
+  ++active.epoch;
 }
 
 void LeaveVmContext() {
-  auto& active = ActiveContexts();
-  if (active.empty())
+  ActiveList& active = ThisThreadActiveList();
+  if (active.entered.empty())
     return;
-  if (active.back() != nullptr)
-    active.back()->entries_.fetch_sub(1, std::memory_order_acq_rel);
-  active.pop_back();
+  if (active.entered.back() != nullptr)
+    active.entered.back()->entries_.fetch_sub(1, std::memory_order_acq_rel);
+  active.entered.pop_back();
+  ++active.epoch;
 }
+
+uint64_t ThisThreadContextEpoch() { return ThisThreadActiveList().epoch; }
 
 VmContext* CurrentVmContext() {
   auto& active = ActiveContexts();

@@ -18,6 +18,7 @@
 #define KT_INTERNAL_SLOT_STORE_H
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -126,6 +127,11 @@ void LeaveVmContext();
 
 // The innermost context this thread is inside, or null.
 VmContext* CurrentVmContext();
+
+// A number that changes on every enter and leave of this thread (never
+// repeating): state looked up in the current context's store may be cached
+// per thread for as long as the epoch stays the same.
+uint64_t ThisThreadContextEpoch();
 
 // Enters a context for the lifetime of the guard.
 class VmContextScope {

@@ -70,6 +70,7 @@ TEST(SlotStore, VmContextsNestAndShadowTheDefault) {
     VmContextScope o(&outer);
     EXPECT_TRUE(RequiredContextActive());
     EXPECT_EQ(&CurrentContextStore(), &outer.store());
+    uint64_t epoch = ThisThreadContextEpoch();
     EXPECT_EQ(CurrentSessionStore(), nullptr);
     ASSERT_TRUE(outer.StartSession());
     EXPECT_EQ(CurrentSessionStore(), outer.SessionStore());
@@ -78,6 +79,7 @@ TEST(SlotStore, VmContextsNestAndShadowTheDefault) {
       EXPECT_EQ(&CurrentContextStore(), &inner.store());
       EXPECT_EQ(CurrentSessionStore(), nullptr) << "sessions belong to their context";
     }
+    EXPECT_EQ(ThisThreadContextEpoch(), epoch + 2) << "every enter and leave moves it on";
     EXPECT_EQ(&CurrentContextStore(), &outer.store());
   }
   EXPECT_FALSE(RequiredContextActive());
