@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "contexts/error_raise.h"
 #include "kt/logging.h"
 #include "kt/memory.h"
 #include "kt/messages.h"
@@ -132,6 +133,37 @@ void ReportExitf(int status, const char* format, ...) {
 
 }  // namespace
 
+namespace kt::internal {
+
+void RaiseToFramesAndHandler(kt_error_context* context, const char* identifier, int code,
+                             va_list args) {
+  if (identifier == nullptr) {
+    // A programming error: nothing has been offered or changed yet.
+    throw std::logic_error("basic_string: construction from null is not valid");
+  }
+  for (try_catch_link* link = context->top; link != nullptr; link = link->previous) {
+    if (link->running) continue;
+    if (OfferToFrame(context, link, identifier, code, args))
+      ThrowToFrame(context, link, identifier, code, args);
+  }
+  va_list copy;
+  va_copy(copy, args);
+  kt_verror_print(context, code, copy);
+  va_end(copy);
+  if (context->handler != nullptr) context->handler(context->handlerData, identifier, code);
+}
+
+void RaiseOrReturn(kt_error_context* context, int code, ...) {
+  char identifier[kIdentifierSize];
+  kt_make_message_identifier(identifier, context->messageContext, code);
+  va_list args;
+  va_start(args, code);
+  RaiseToFramesAndHandler(context, identifier, code, args);
+  va_end(args);
+}
+
+}  // namespace kt::internal
+
 extern "C" {
 
 int kt_initialize_error_context(int* status, kt_error_context* context,
@@ -164,20 +196,7 @@ int kt_try_catch_id(kt_error_context* context, void* data, kt_try_body_function 
 }
 
 void kt_verror_id(kt_error_context* context, const char* identifier, int code, va_list args) {
-  if (identifier == nullptr) {
-    // A programming error: nothing has been offered or changed yet.
-    throw std::logic_error("basic_string: construction from null is not valid");
-  }
-  for (try_catch_link* link = context->top; link != nullptr; link = link->previous) {
-    if (link->running) continue;
-    if (OfferToFrame(context, link, identifier, code, args))
-      ThrowToFrame(context, link, identifier, code, args);
-  }
-  va_list copy;
-  va_copy(copy, args);
-  kt_verror_print(context, code, copy);
-  va_end(copy);
-  if (context->handler != nullptr) context->handler(context->handlerData, identifier, code);
+  kt::internal::RaiseToFramesAndHandler(context, identifier, code, args);
   Quivera::System::fatal();
 }
 
