@@ -3,7 +3,8 @@
  *
  * The library's modules trace what they do to named diagnostic channels:
  *
- *     "ktsignal"               interrupts and signals
+ *     "ktsignal"               interrupts and signals (flags 1 each
+ *                              interrupt raised, 2 with its ctrl-C bit)
  *     "util::dynload"          library loading (flags 2 parameters, 4 the
  *                              per-thread error, 8 entry, 16 retries,
  *                              64 exit, 128 results, 512 the loader's text)

@@ -74,7 +74,6 @@ SlotStore* VmContext::SessionStore() {
 // contexts gives their entries back, so that they can still be deleted.
 struct ActiveList {
   std::vector<VmContext*> entered;
-  uint64_t epoch = 0;
   ~ActiveList() {
     for (VmContext* context : entered)
       if (context != nullptr)
@@ -98,7 +97,7 @@ void EnterVmContext(VmContext* context) {
     context->entries_.fetch_add(1, std::memory_order_acq_rel);
   ActiveList& active = ThisThreadActiveList();
   active.entered.push_back(context);
-  ++active.epoch;
+  ++tThisThreadContextEpoch;
 }
 
 void LeaveVmContext() {
@@ -108,10 +107,11 @@ void LeaveVmContext() {
   if (active.entered.back() != nullptr)
     active.entered.back()->entries_.fetch_sub(1, std::memory_order_acq_rel);
   active.entered.pop_back();
-  ++active.epoch;
+  ++tThisThreadContextEpoch;
 }
 
-uint64_t ThisThreadContextEpoch() { return ThisThreadActiveList().epoch; }
+// Trivial, so that reading it runs no constructor (signal handlers do).
+thread_local uint64_t tThisThreadContextEpoch = 0;
 
 VmContext* CurrentVmContext() {
   auto& active = ActiveContexts();

@@ -130,8 +130,10 @@ VmContext* CurrentVmContext();
 
 // A number that changes on every enter and leave of this thread (never
 // repeating): state looked up in the current context's store may be cached
-// per thread for as long as the epoch stays the same.
-uint64_t ThisThreadContextEpoch();
+// per thread for as long as the epoch stays the same. A plain per-thread
+// word, inline: hot paths read it on every call.
+extern thread_local uint64_t tThisThreadContextEpoch;
+inline uint64_t ThisThreadContextEpoch() { return tThisThreadContextEpoch; }
 
 // Enters a context for the lifetime of the guard.
 class VmContextScope {
