@@ -131,8 +131,11 @@ VmContext* CurrentVmContext();
 // A number that changes on every enter and leave of this thread (never
 // repeating): state looked up in the current context's store may be cached
 // per thread for as long as the epoch stays the same. A plain per-thread
-// word, inline: hot paths read it on every call.
-extern thread_local uint64_t tThisThreadContextEpoch;
+// word, inline: hot paths read it on every call. It lives in the static TLS
+// block (initial-exec), where a read is one instruction instead of a call
+// to __tls_get_addr; the library keeps only a few such words, well inside
+// the reserve the loader keeps for libraries opened with dlopen.
+extern thread_local uint64_t tThisThreadContextEpoch __attribute__((tls_model("initial-exec")));
 inline uint64_t ThisThreadContextEpoch() { return tThisThreadContextEpoch; }
 
 // Enters a context for the lifetime of the guard.

@@ -42,7 +42,9 @@ struct CachedLookup {
 };
 
 constexpr uint64_t kNoEpoch = UINT64_MAX;  // epochs count up from 0
-thread_local CachedLookup tLookup = {kNoEpoch, nullptr};
+// In the static TLS block, like the context epoch it is checked against:
+// the poll reads both on every call.
+thread_local CachedLookup tLookup __attribute__((tls_model("initial-exec"))) = {kNoEpoch, nullptr};
 
 // A signal handler that interrupts this update sees the pair either old,
 // invalid or new, never mixed: the compiler may not reorder the writes.
