@@ -1,11 +1,16 @@
 // kt crc32 / kt md5: checksums of files in the layout of coreutils' md5sum
-// ("<digest>  <name>"), streamed in fixed-size pieces.
+// ("<digest>  <name>"), streamed in fixed-size pieces. Ctrl-C stops them
+// with a message naming what was being read and exit status 130.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string>
 
 #include "commands.h"
+#include "ctrl_c.h"
 #include "kt/checksum.h"
 
 namespace kttool {
@@ -58,13 +63,17 @@ private:
   kt_md5ChecksumRec md5_;
 };
 
-// Reads the whole stream through the summer; false (with errno) on a read error.
-bool SumStream(std::FILE* in, Summer& summer) {
+enum class ReadEnd { kEnd, kError, kInterrupted };
+
+// Reads the whole input through the summer; errno tells a read error.
+ReadEnd SumStream(int fd, Summer& summer) {
   static unsigned char buffer[kChunk];
-  size_t got;
-  while ((got = std::fread(buffer, 1, sizeof buffer, in)) > 0)
-    summer.Feed(buffer, got);
-  return !std::ferror(in);
+  for (;;) {
+    ssize_t got = ReadOrInterrupt(fd, buffer, sizeof buffer);
+    if (got == 0) return ReadEnd::kEnd;
+    if (got < 0) return InterruptRequested() ? ReadEnd::kInterrupted : ReadEnd::kError;
+    summer.Feed(buffer, static_cast<size_t>(got));
+  }
 }
 
 // Prints one result line. As md5sum does, a name holding a backslash or a
@@ -84,25 +93,29 @@ void PrintLine(const std::string& digest, const char* name) {
 }
 
 // Sums one named file ("-" is standard input); reports failures on stderr.
-bool SumFile(const char* name, Summer& summer) {
+// Returns 0, 1 after a failure, or the Ctrl-C status.
+int SumFile(const char* name, Summer& summer) {
   bool isStdin = std::strcmp(name, "-") == 0;
-  std::FILE* in = isStdin ? stdin : std::fopen(name, "rb");
-  if (in == nullptr) {
+  int fd = isStdin ? STDIN_FILENO : open(name, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
     Complain("%s: %s", name, std::strerror(errno));
-    return false;
+    return 1;
   }
-  errno = 0;
-  bool ok = SumStream(in, summer);
+  ReadEnd end = SumStream(fd, summer);
   int readError = errno;
   if (!isStdin)
-    std::fclose(in);
-  if (!ok) {
+    close(fd);
+  if (end != ReadEnd::kEnd) {
     summer.Finish();  // discard the partial sum
+    if (end == ReadEnd::kInterrupted) {
+      Complain("interrupted while reading %s", isStdin ? "standard input" : name);
+      return kInterruptedStatus;
+    }
     Complain("%s: %s", name, std::strerror(readError ? readError : EIO));
-    return false;
+    return 1;
   }
   PrintLine(summer.Finish(), name);
-  return true;
+  return 0;
 }
 
 int RunSums(int argc, char** argv, Summer& summer) {
@@ -112,12 +125,17 @@ int RunSums(int argc, char** argv, Summer& summer) {
                 argv[0], std::strcmp(argv[0], "md5") == 0 ? "MD5 digest" : "CRC-32");
     return 0;
   }
+  CatchCtrlC();
   if (argc < 2)
-    return SumFile("-", summer) ? 0 : 1;
+    return SumFile("-", summer);
   int status = 0;
-  for (int i = 1; i < argc; ++i)
-    if (!SumFile(argv[i], summer))
+  for (int i = 1; i < argc; ++i) {
+    int result = SumFile(argv[i], summer);
+    if (result == kInterruptedStatus)
+      return result;  // Ctrl-C stops the whole command
+    if (result != 0)
       status = 1;
+  }
   return status;
 }
 
