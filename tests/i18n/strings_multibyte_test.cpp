@@ -60,7 +60,7 @@ void CheckAgainstModel(const std::string& text, std::mt19937& rng, bool multibyt
   ASSERT_TRUE(multibyte || starts.size() == text.size() + 1) << "model in a single-byte locale";
 
   for (size_t p = 0, k = 0; p <= text.size(); ++p) {
-    while (starts[k + 1] < p) ++k;  // starts[k] < p <= starts[k + 1]
+    while (k + 1 < starts.size() && starts[k + 1] < p) ++k;  // starts[k] < p <= starts[k + 1]
     size_t next = p == text.size() ? p : p + ModelLength(text, p);
     ASSERT_EQ(ktMultiByteNextChar(s + p), s + next) << "next at " << p;
     ASSERT_EQ(ktMultiBytePrevChar(s, s + p), s + (p ? starts[k] : 0)) << "prev at " << p;
