@@ -111,7 +111,7 @@ void LeaveVmContext() {
 }
 
 // Trivial, so that reading it runs no constructor (signal handlers do).
-thread_local uint64_t tThisThreadContextEpoch __attribute__((tls_model("initial-exec"))) = 0;
+__thread uint64_t tThisThreadContextEpoch __attribute__((tls_model("initial-exec"))) = 0;
 
 VmContext* CurrentVmContext() {
   auto& active = ActiveContexts();

@@ -135,7 +135,9 @@ VmContext* CurrentVmContext();
 // block (initial-exec), where a read is one instruction instead of a call
 // to __tls_get_addr; the library keeps only a few such words, well inside
 // the reserve the loader keeps for libraries opened with dlopen.
-extern thread_local uint64_t tThisThreadContextEpoch __attribute__((tls_model("initial-exec")));
+// (__thread rather than thread_local: it never needs a dynamic
+// initialiser, so readers in other files skip the wrapper check.)
+extern __thread uint64_t tThisThreadContextEpoch __attribute__((tls_model("initial-exec")));
 inline uint64_t ThisThreadContextEpoch() { return tThisThreadContextEpoch; }
 
 // Enters a context for the lifetime of the guard.
