@@ -51,11 +51,10 @@ bool ktInterruptMode::isInterruptEnabled(std::shared_ptr<InterruptStateData> con
 bool ktInterruptMode::isInterruptEnabled() { return isInterruptEnabled(ktGetInterruptStateData()); }
 
 void ktInterruptMode::throwIfInterruptsPendingAndOriginallyEnabled() {
-  uint8_t snapshot = data_->pending.load(std::memory_order_acquire);
   if (previousMode_ != INTERRUPTS_ENABLED) return;
-  if (ktInterruptState::IsInterruptPending(data_) &&
-      ktInterruptState::HandlePendingInterrupt(data_))
-    kt::internal::ThrowPendingInterrupts(snapshot);
+  if (!ktInterruptState::IsInterruptPending(data_)) return;
+  if (uint8_t taken = kt::internal::TakeInterrupts(*data_))
+    kt::internal::ThrowPendingInterrupts(taken);
 }
 
 extern "C" {

@@ -198,11 +198,16 @@ bool ktInterruptState::IsInterruptPending() {
   return IsInterruptPending(ktGetInterruptStateData());
 }
 
+uint8_t kt::internal::TakeInterrupts(InterruptStateData& data) {
+  ServiceMemoryEvent(data);
+  uint8_t old = UpdateBits(data.pending, kInterruptBits, false);
+  if ((old & kInterruptBits) == 0) return 0;
+  data.handled = true;
+  return old;
+}
+
 bool ktInterruptState::HandlePendingInterrupt(Data const& sp) {
-  ServiceMemoryEvent(*sp);
-  if ((UpdateBits(sp->pending, kInterruptBits, false) & kInterruptBits) == 0) return false;
-  sp->handled = true;
-  return true;
+  return kt::internal::TakeInterrupts(*sp) != 0;
 }
 bool ktInterruptState::HandlePendingInterrupt() {
   return HandlePendingInterrupt(ktGetInterruptStateData());
@@ -230,13 +235,12 @@ bool ktInterruptState::HandleDeferredInterrupt() {
   return HandleDeferredInterrupt(ktGetInterruptStateData());
 }
 
-// HandlePendingInterrupt services the memory event once more: the
-// callback may run twice here.
+// Taking the interrupt services the memory event once more: the callback
+// may run twice here.
 void ktInterruptState::ThrowIfInterruptPending(Data const& sp) {
   ServiceMemoryEvent(*sp);
-  uint8_t snapshot = sp->pending.load(std::memory_order_acquire);
-  if (sp->mode != INTERRUPTS_DISABLED && HandlePendingInterrupt(sp))
-    kt::internal::ThrowPendingInterrupts(snapshot);
+  if (sp->mode == INTERRUPTS_DISABLED) return;
+  if (uint8_t taken = kt::internal::TakeInterrupts(*sp)) kt::internal::ThrowPendingInterrupts(taken);
 }
 void ktInterruptState::ThrowIfInterruptPending() {
   ThrowIfInterruptPending(ktGetInterruptStateData());

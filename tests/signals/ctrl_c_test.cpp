@@ -2,7 +2,9 @@
 // installed with ktInstallHandler, which sets the pending bit, and a loop
 // polling under an enabled ktInterruptMode leaves with the raised error
 // (when a catch frame accepts it) or with InterruptException (when the
-// host's throw hook has seen the error and returned).
+// host's throw hook has seen the error and returned). Guards a fault seen
+// before: the flags were read before the interrupt was taken, so a Ctrl-C
+// landing in between was raised as no Ctrl-C.
 #include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
