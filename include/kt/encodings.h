@@ -279,6 +279,8 @@ public:
     /* Stores the converted text into `out` (replacing its contents). */
     void copy_to(std::string& out);
 
+    /* The encoding as given to the constructor. */
+    const char* encoding() const { return encoding_; }
     /* The converted length in bytes, whether or not it fitted inline. */
     int length() const { return convertedLength_; }
     /* Whether the inline buffer was too small. */
