@@ -3,7 +3,6 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
-#include <new>
 
 #include <unicode/ucnv.h>
 #include <unicode/ustring.h>
@@ -42,28 +41,37 @@ bool AtMostOneUnitPerByte(const UConverter* converter) {
   return type == UCNV_UTF8 || type == UCNV_LATIN_1 || type == UCNV_US_ASCII;
 }
 
+kt_utf16* NewUnits(int count) {
+  return static_cast<kt_utf16*>(ktMalloc(static_cast<size_t>(count) * sizeof(kt_utf16)));
+}
+
+// One pass into an allocation of the largest possible size.
+kt_utf16* NewUtf16Once(UConverter* converter, const char* text, int length) {
+  kt_utf16* out = NewUnits(length + 1);
+  if (out == nullptr)
+    return nullptr;
+  UErrorCode status = U_ZERO_ERROR;
+  int units = ucnv_toUChars(converter, out, length + 1, text, length, &status);
+  out[units] = 0;
+  return Shrink(out, units + 1);
+}
+
 // Converts into a stack buffer first; a longer result is converted a
 // second time straight into its allocation. Long texts of converters with
 // a known bound skip the first attempt, which could only overflow, and
-// convert once into an allocation of the largest possible size.
+// convert once instead.
 kt_utf16* NewUtf16(UConverter* converter, const char* text, int length) {
   if (text == nullptr) {
     text = "";
     length = 0;
   }
   length = MeasuredLength(text, length);
-  UErrorCode status = U_ZERO_ERROR;
-  if (length > kStackUnits && AtMostOneUnitPerByte(converter)) {
-    auto* out = static_cast<kt_utf16*>(ktMalloc((static_cast<size_t>(length) + 1) * sizeof(kt_utf16)));
-    if (out == nullptr)
-      return nullptr;
-    int units = ucnv_toUChars(converter, out, length + 1, text, length, &status);
-    out[units] = 0;
-    return Shrink(out, units + 1);
-  }
+  if (length > kStackUnits && AtMostOneUnitPerByte(converter))
+    return NewUtf16Once(converter, text, length);
   UChar stack[kStackUnits];
+  UErrorCode status = U_ZERO_ERROR;
   int units = ucnv_toUChars(converter, stack, kStackUnits, text, length, &status);
-  auto* out = static_cast<kt_utf16*>(ktMalloc((static_cast<size_t>(units) + 1) * sizeof(kt_utf16)));
+  kt_utf16* out = NewUnits(units + 1);
   if (out == nullptr)
     return nullptr;
   if (status == U_BUFFER_OVERFLOW_ERROR) {
@@ -76,11 +84,16 @@ kt_utf16* NewUtf16(UConverter* converter, const char* text, int length) {
   return out;
 }
 
+// The room a bounded form may write into: none without a destination.
+int Room(const void* destination, const int* capacity) {
+  return capacity != nullptr && destination != nullptr && *capacity > 0 ? *capacity : 0;
+}
+
 // The bounded forms: ICU's preflighting rules, with the caller's capacity
 // in and the full length out.
 int Utf16Into(UConverter* converter, kt_utf16* destination, int* capacity, const char* text,
               int length) {
-  int room = capacity != nullptr && destination != nullptr && *capacity > 0 ? *capacity : 0;
+  int room = Room(destination, capacity);
   UErrorCode status = U_ZERO_ERROR;
   int units = ucnv_toUChars(converter, room ? destination : nullptr, room, text ? text : "",
                             text ? SourceLength(length) : 0, &status);
@@ -183,7 +196,7 @@ int utf16_to_lcp_n(char* destination, int* capacity, const kt_utf16* text, int l
   static const kt_utf16 empty[1] = {0};
   if (text == nullptr)
     text = empty;
-  int room = capacity != nullptr && destination != nullptr && *capacity > 0 ? *capacity : 0;
+  int room = Room(destination, capacity);
   UErrorCode status = U_ZERO_ERROR;
   int bytes = ucnv_fromUChars(ThreadConverter(nullptr), room ? destination : nullptr, room, text,
                               text == empty ? 0 : SourceLength(length), &status);

@@ -102,17 +102,14 @@ UConverter* DefaultConverter(ThreadConverters& record) {
 
 UConverter* NamedConverter(ThreadConverters& record, const char* name) {
   auto found = record.byRequestedName.find(name);
-  UConverter* converter = found != record.byRequestedName.end()
-                              ? found->second
-                              : FindOrCacheByCanonicalName(record, name);
   if (found == record.byRequestedName.end())
-    record.byRequestedName.emplace(name, converter);
+    found = record.byRequestedName.emplace(name, FindOrCacheByCanonicalName(record, name)).first;
   size_t length = std::strlen(name);
-  if (length < sizeof record.lastName) {
+  if (length < sizeof record.lastName) {  // longer names just miss the shortcut
     std::memcpy(record.lastName, name, length + 1);
-    record.lastConverter = converter;
+    record.lastConverter = found->second;
   }
-  return converter;
+  return found->second;
 }
 
 }  // namespace

@@ -35,17 +35,12 @@ public:
   Transcoder(Converter from, Converter to, const char* toName, bool omit)
       : from_(std::move(from)), to_(std::move(to)), toName_(toName) {
     UErrorCode status = U_ZERO_ERROR;
-    if (omit) {
-      ucnv_setToUCallBack(Quivera::I18N::cast(from_.get()), UCNV_TO_U_CALLBACK_SKIP, nullptr,
+    ucnv_setToUCallBack(Quivera::I18N::cast(from_.get()),
+                        omit ? UCNV_TO_U_CALLBACK_SKIP : UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr,
+                        nullptr, &status);
+    ucnv_setFromUCallBack(Quivera::I18N::cast(to_.get()),
+                          omit ? UCNV_FROM_U_CALLBACK_SKIP : UCNV_FROM_U_CALLBACK_STOP, nullptr,
                           nullptr, nullptr, &status);
-      ucnv_setFromUCallBack(Quivera::I18N::cast(to_.get()), UCNV_FROM_U_CALLBACK_SKIP, nullptr,
-                            nullptr, nullptr, &status);
-    } else {
-      ucnv_setToUCallBack(Quivera::I18N::cast(from_.get()), UCNV_TO_U_CALLBACK_STOP, nullptr,
-                          nullptr, nullptr, &status);
-      ucnv_setFromUCallBack(Quivera::I18N::cast(to_.get()), UCNV_FROM_U_CALLBACK_STOP, nullptr,
-                            nullptr, nullptr, &status);
-    }
   }
 
   // Starts a new stream called `name`.
@@ -86,13 +81,13 @@ bool Transcoder::Feed(const char* data, size_t length, bool last) {
              streamed_ - ucnv_toUCountPending(from, &status));
     return false;
   }
-  do {
+  for (bool overflow = true; overflow;) {
     status = U_ZERO_ERROR;
     pieceStart_ = streamed_ + (source - data);
     pendingBefore_ = ucnv_toUCountPending(from, &status);
     UChar* target = units_;
     ucnv_toUnicode(from, &target, units_ + kUnits, &source, end, offsets_, last, &status);
-    bool overflow = status == U_BUFFER_OVERFLOW_ERROR;
+    overflow = status == U_BUFFER_OVERFLOW_ERROR;
     bool invalid = U_FAILURE(status) && !overflow;
     if (!Encode(static_cast<int>(target - units_), last && !overflow && !invalid))
       return false;
@@ -105,8 +100,7 @@ bool Transcoder::Feed(const char* data, size_t length, bool last) {
                streamed_ + (source - data) - badLength);
       return false;
     }
-    if (!overflow) break;
-  } while (true);
+  }
   streamed_ += static_cast<long long>(length);
   return true;
 }
