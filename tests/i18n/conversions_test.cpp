@@ -60,22 +60,21 @@ TEST(Conversions, RoundTripsAgreeWithIcuAndIconv) {
   }
 }
 
-// A bounded form writes into a destination of exactly its capacity (so
-// AddressSanitizer sees any overrun), returns and stores the full length,
-// and leaves what ICU itself leaves at that capacity.
+// A bounded form returns and stores the full length and leaves what ICU
+// itself leaves at that capacity. The destinations carry a guard of eight
+// units after the capacity (ICU is not instrumented, so AddressSanitizer
+// would not see it write too far).
 template <class Unit, class Ours, class Icu>
 void CheckBoundedForm(int full, Ours ours, Icu icu) {
   for (int capacity : {0, 1, full / 2, full - 1, full, full + 1}) {
     if (capacity < 0) continue;
     SCOPED_TRACE(capacity);
-    std::unique_ptr<Unit[]> got(new Unit[capacity]), want(new Unit[capacity]);
-    std::fill_n(got.get(), capacity, Unit('#'));
-    std::fill_n(want.get(), capacity, Unit('#'));
+    std::basic_string<Unit> got(capacity + 8, Unit('#')), want(got);
     int inOut = capacity;
-    ASSERT_EQ(ours(capacity ? got.get() : nullptr, &inOut), full);
+    ASSERT_EQ(ours(capacity ? &got[0] : nullptr, &inOut), full);
     ASSERT_EQ(inOut, full);
-    icu(capacity ? want.get() : nullptr, capacity);
-    ASSERT_TRUE(std::equal(got.get(), got.get() + capacity, want.get()));
+    icu(capacity ? &want[0] : nullptr, capacity);
+    ASSERT_EQ(got, want);
   }
 }
 
