@@ -24,6 +24,10 @@ int RunMd5(int argc, char** argv);
 int RunFmt(int argc, char** argv);
 int RunDtoa(int argc, char** argv);
 
+// Encodings (cmd_conv.cpp).
+int RunConv(int argc, char** argv);
+int RunEncodings(int argc, char** argv);
+
 // The guided tour run by `kt` with no arguments (cmd_demo.cpp).
 int RunDemo(int argc, char** argv);
 

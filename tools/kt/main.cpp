@@ -14,6 +14,9 @@ const Command kCommands[] = {
     {"md5", "[FILE...]", "print the MD5 digest of each FILE (or standard input)", RunMd5},
     {"fmt", "NUMBER...", "print each NUMBER in the shortest text that reads back to it", RunFmt},
     {"dtoa", "[--mode M] [--digits N] NUMBER...", "print the decimal digits of each NUMBER", RunDtoa},
+    {"conv", "-f FROM -t TO [-c] [FILE...]", "convert text between encodings, as iconv does", RunConv},
+    {"encodings", "[NAME...]", "canonical and standard names of encodings (all when none)",
+     RunEncodings},
 };
 
 void PrintHelp() {
