@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Ctrl-C stops the long-running commands cleanly: SIGINT sent to a kt
-# reading a pipe that never ends makes it name what it was reading on
-# standard error and exit with status 130, whether the input is standard
-# input or a named file.
+# Ctrl-C stops the long-running commands (md5, crc32, conv) cleanly:
+# SIGINT sent to a kt reading a pipe that never ends makes it name what it
+# was reading on standard error and exit with status 130, whether the input
+# is standard input or a named file.
 set -uo pipefail
 : "${KT_TOOL:?path to the kt tool}"
 
@@ -34,13 +34,15 @@ interrupt() {
   echo "$?|$(cat "$tmp/err")"
 }
 
-for command in md5 crc32; do
-  got=$(interrupt "$tmp/never" "$KT_TOOL" "$command")
+for command in md5 crc32 "conv -f UTF-8 -t UTF-16LE"; do
+  # shellcheck disable=SC2086 # the command's words
+  got=$(interrupt "$tmp/never" "$KT_TOOL" $command)
   [ "$got" = "130|kt: interrupted while reading standard input" ] ||
     fail "$command on standard input: $got"
-  got=$(interrupt /dev/null "$KT_TOOL" "$command" "$tmp/never")
+  # shellcheck disable=SC2086
+  got=$(interrupt /dev/null "$KT_TOOL" $command "$tmp/never")
   [ "$got" = "130|kt: interrupted while reading $tmp/never" ] || fail "$command on a file: $got"
 done
 
-[ $failures -eq 0 ] && echo "Ctrl-C stops md5 and crc32 with status 130"
+[ $failures -eq 0 ] && echo "Ctrl-C stops md5, crc32 and conv with status 130"
 exit $((failures > 0))

@@ -1,16 +1,13 @@
 // kt crc32 / kt md5: checksums of files in the layout of coreutils' md5sum
 // ("<digest>  <name>"), streamed in fixed-size pieces. Ctrl-C stops them
 // with a message naming what was being read and exit status 130.
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string>
 
 #include "commands.h"
-#include "ctrl_c.h"
+#include "input.h"
 #include "kt/checksum.h"
 
 namespace kttool {
@@ -95,20 +92,16 @@ void PrintLine(const std::string& digest, const char* name) {
 // Sums one named file ("-" is standard input); reports failures on stderr.
 // Returns 0, 1 after a failure, or the Ctrl-C status.
 int SumFile(const char* name, Summer& summer) {
-  bool isStdin = std::strcmp(name, "-") == 0;
-  int fd = isStdin ? STDIN_FILENO : open(name, O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
-    Complain("%s: %s", name, std::strerror(errno));
+  int fd = OpenInput(name);
+  if (fd < 0)
     return 1;
-  }
   ReadEnd end = SumStream(fd, summer);
   int readError = errno;
-  if (!isStdin)
-    close(fd);
+  CloseInput(fd);
   if (end != ReadEnd::kEnd) {
     summer.Finish();  // discard the partial sum
     if (end == ReadEnd::kInterrupted) {
-      Complain("interrupted while reading %s", isStdin ? "standard input" : name);
+      Complain("interrupted while reading %s", InputName(name));
       return kInterruptedStatus;
     }
     Complain("%s: %s", name, std::strerror(readError ? readError : EIO));

@@ -1,6 +1,7 @@
 // kt conv / kt encodings: text conversion between encodings in the manner
 // of iconv, streamed through ICU converters opened by the library, and the
-// names the library knows an encoding by.
+// names the library knows an encoding by. Ctrl-C stops a conversion with
+// a message naming the input and exit status 130.
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -11,6 +12,7 @@
 #include <unicode/ucnv.h>
 
 #include "commands.h"
+#include "input.h"
 #include "kt/encodings.h"
 
 namespace kttool {
@@ -137,34 +139,39 @@ bool Transcoder::Encode(int units, bool last) {
   return true;
 }
 
-// The one loop over a stream's input.
-bool PumpStream(std::FILE* in, Transcoder& transcoder) {
+enum class PumpEnd { kDone, kConversionError, kReadError, kInterrupted };
+
+// The one loop over an input: read, convert, and flush at the end.
+PumpEnd PumpStream(int fd, Transcoder& transcoder) {
   static char buffer[kInputBytes];
-  size_t got;
-  while ((got = std::fread(buffer, 1, sizeof buffer, in)) > 0)
-    if (!transcoder.Feed(buffer, got, false))
-      return false;
-  return !std::ferror(in) && transcoder.Feed(buffer, 0, true);
+  for (;;) {
+    ssize_t got = ReadOrInterrupt(fd, buffer, sizeof buffer);
+    if (got < 0) return InterruptRequested() ? PumpEnd::kInterrupted : PumpEnd::kReadError;
+    bool last = got == 0;
+    if (!transcoder.Feed(buffer, static_cast<size_t>(got), last)) return PumpEnd::kConversionError;
+    if (last) return PumpEnd::kDone;
+  }
 }
 
 // Converts one named file ("-" is standard input); reports failures.
-bool ConvertFile(const char* name, Transcoder& transcoder) {
-  bool isStdin = std::strcmp(name, "-") == 0;
-  std::FILE* in = isStdin ? stdin : std::fopen(name, "rb");
-  if (in == nullptr) {
-    Complain("%s: %s", name, std::strerror(errno));
-    return false;
-  }
+// Returns 0, 1 after a failure, or the Ctrl-C status.
+int ConvertFile(const char* name, Transcoder& transcoder) {
+  int fd = OpenInput(name);
+  if (fd < 0)
+    return 1;
   transcoder.Begin(name);
-  errno = 0;
-  bool ok = PumpStream(in, transcoder);
-  bool readError = std::ferror(in) != 0;
+  PumpEnd end = PumpStream(fd, transcoder);
   int error = errno;
-  if (!isStdin)
-    std::fclose(in);
-  if (readError)
-    Complain("%s: %s", name, std::strerror(error ? error : EIO));
-  return ok;
+  CloseInput(fd);
+  switch (end) {
+    case PumpEnd::kDone: return 0;
+    case PumpEnd::kConversionError: return 1;
+    case PumpEnd::kReadError: Complain("%s: %s", name, std::strerror(error ? error : EIO)); return 1;
+    case PumpEnd::kInterrupted: break;
+  }
+  std::fflush(stdout);
+  Complain("interrupted while reading %s", InputName(name));
+  return kInterruptedStatus;
 }
 
 Converter Open(const char* name) {
@@ -269,10 +276,15 @@ int RunConv(int argc, char** argv) {
       std::make_unique<Transcoder>(std::move(from), std::move(to), toName, options.omitInvalid);
   if (options.files.empty())
     options.files.push_back("-");
+  CatchCtrlC();
   int status = 0;
-  for (const char* file : options.files)
-    if (!ConvertFile(file, *transcoder))
+  for (const char* file : options.files) {
+    int result = ConvertFile(file, *transcoder);
+    if (result == kInterruptedStatus)
+      return result;  // Ctrl-C stops the whole command
+    if (result != 0)
       status = 1;
+  }
   if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
     Complain("conv: write error: %s", std::strerror(errno));
     status = 1;

@@ -1,12 +1,16 @@
-// Ctrl-C for the long-running commands, on the library's signal wrappers
-// and interrupt state.
-#include "ctrl_c.h"
+// The streaming commands' inputs and Ctrl-C, on the library's signal
+// wrappers and interrupt state.
+#include "input.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
+
+#include "commands.h"
 
 #include "kt/interrupts.h"
 #include "kt/signals.h"
@@ -51,5 +55,20 @@ ssize_t ReadOrInterrupt(int fd, void* buffer, size_t size) {
 }
 
 bool InterruptRequested() { return ktHandlePendingInterrupt(); }
+
+int OpenInput(const char* name) {
+  if (std::strcmp(name, "-") == 0) return STDIN_FILENO;
+  int fd = open(name, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) Complain("%s: %s", name, std::strerror(errno));
+  return fd;
+}
+
+void CloseInput(int fd) {
+  if (fd != STDIN_FILENO) close(fd);
+}
+
+const char* InputName(const char* name) {
+  return std::strcmp(name, "-") == 0 ? "standard input" : name;
+}
 
 }  // namespace kttool
