@@ -24,6 +24,9 @@ int RunMd5(int argc, char** argv);
 int RunFmt(int argc, char** argv);
 int RunDtoa(int argc, char** argv);
 
+// Line and column of byte offsets (cmd_linecol.cpp).
+int RunLinecol(int argc, char** argv);
+
 // The guided tour run by `kt` with no arguments (cmd_demo.cpp).
 int RunDemo(int argc, char** argv);
 
