@@ -72,22 +72,27 @@ void ScanBytes(MapBuilder& b, size_t from, size_t next) {
 }
 
 #if defined(__SSE2__)
-// Sixteen bytes at a time: one mask of the LF, CR and tab positions per
-// block, then one Record per set bit. Source text has a special byte every
-// few dozen bytes, so most of the text is passed over a block at a time.
+// Bit i set where byte i of the 16 at `p` is an LF, CR or tab.
+inline uint64_t SpecialBits16(const unsigned char* p) {
+  const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+  const __m128i hits = _mm_or_si128(
+      _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('\n')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\r'))),
+      _mm_cmpeq_epi8(v, _mm_set1_epi8('\t')));
+  return static_cast<unsigned>(_mm_movemask_epi8(hits));
+}
+
+// Sixty-four bytes at a time: one mask of the LF, CR and tab positions per
+// block, then one Record per set bit. A block of source text holds one or
+// two line ends, so the bit loop runs about once per block.
 void Scan(MapBuilder& b) {
-  const __m128i lf = _mm_set1_epi8('\n');
-  const __m128i cr = _mm_set1_epi8('\r');
-  const __m128i tab = _mm_set1_epi8('\t');
   size_t next = 0;
   size_t block = 0;
-  for (; block + 16 <= b.length; block += 16) {
-    __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b.text + block));
-    __m128i hits = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, lf), _mm_cmpeq_epi8(v, cr)),
-                                _mm_cmpeq_epi8(v, tab));
-    unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(hits));
+  for (; block + 64 <= b.length; block += 64) {
+    const unsigned char* p = b.text + block;
+    uint64_t mask = SpecialBits16(p) | SpecialBits16(p + 16) << 16 | SpecialBits16(p + 32) << 32 |
+                    SpecialBits16(p + 48) << 48;
     while (mask != 0) {
-      size_t at = block + static_cast<size_t>(__builtin_ctz(mask));
+      size_t at = block + static_cast<size_t>(__builtin_ctzll(mask));
       mask &= mask - 1;
       if (at >= next) next = Record(b, at);
     }
@@ -111,18 +116,30 @@ bool IsBuilt(const kt_lineno_map* map) {
          map->tabs[map->tabCount - 1] == end;
 }
 
-// Index of the line holding `offset`: the last start at or below it.
+// Index of the last of the `count` (at least 1) ascending entries below
+// `key`, or -1 when there is none. Branch-free: each halving step moves by
+// a mask instead of a jump that random lookups would mispredict.
+ptrdiff_t LastBelow(const uint64_t* entries, size_t count, uint64_t key) {
+  const uint64_t* base = entries;
+  for (size_t n = count; n > 1; n -= n / 2) {
+    size_t half = n / 2;
+    base += half & (0 - static_cast<size_t>(base[half] < key));
+  }
+  return (base - entries) - (*base < key ? 0 : 1);
+}
+
+// Index of the line holding `offset`: the last start at or below it (the
+// offset is at most the length, so offset + 1 does not wrap).
 size_t LineIndex(const kt_lineno_map* map, uint64_t offset) {
-  const uint64_t* starts = map->lineStarts;
-  const uint64_t* after = std::upper_bound(starts, starts + map->lineCount, offset);
-  return static_cast<size_t>(after - starts) - 1;
+  return static_cast<size_t>(LastBelow(map->lineStarts, map->lineCount, offset + 1));
 }
 
 // Column of `offset` in the line starting at `start`: the stretches between
 // tabs count one per byte, each tab moves to the next multiple of 8.
 size_t ColumnInLine(const kt_lineno_map* map, uint64_t start, uint64_t offset) {
   if (offset == start) return 1;
-  const uint64_t* tab = std::lower_bound(map->tabs, map->tabs + map->tabCount, start);
+  // The first tab at or after the line start.
+  const uint64_t* tab = map->tabs + LastBelow(map->tabs, map->tabCount, start) + 1;
   uint64_t c = 0;
   uint64_t at = start;
   for (; *tab < offset; ++tab) {  // the sentinel, length + 1, ends the walk
