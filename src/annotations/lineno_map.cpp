@@ -1,6 +1,5 @@
 // The line map: offsets of line starts and tabs of one text, so that a
 // lookup is two binary searches and a walk over the tabs before the offset.
-#include <algorithm>
 #include <cstdint>
 
 #include "kt/annotations.h"
