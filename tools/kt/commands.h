@@ -28,6 +28,9 @@ int RunDtoa(int argc, char** argv);
 int RunConv(int argc, char** argv);
 int RunEncodings(int argc, char** argv);
 
+// Line and column of byte offsets (cmd_linecol.cpp).
+int RunLinecol(int argc, char** argv);
+
 // The guided tour run by `kt` with no arguments (cmd_demo.cpp).
 int RunDemo(int argc, char** argv);
 
