@@ -3,10 +3,9 @@
 // apart.
 #include "internal/process_runner.h"
 
-#include <dirent.h>
 #include <unistd.h>
 
-#include <fstream>
+#include <regex>
 #include <set>
 #include <string>
 #include <thread>
@@ -19,13 +18,13 @@ using bedrock::core::process::shell_quote;
 
 namespace {
 
-std::set<std::string> TempNames() {
+// The temporary files of a run, as its script names them: the script is
+// "$0" and holds the names of the two output files.
+std::set<std::string> TempFilesOf(const std::string& script) {
   std::set<std::string> names;
-  if (DIR* dir = opendir("/tmp")) {
-    while (dirent* entry = readdir(dir))
-      if (std::string(entry->d_name).rfind("tmp.", 0) == 0) names.insert(entry->d_name);
-    closedir(dir);
-  }
+  std::regex name("/tmp/tmp\\.[A-Za-z0-9]{6}");
+  for (std::sregex_iterator it(script.begin(), script.end(), name), end; it != end; ++it)
+    names.insert(it->str());
   return names;
 }
 
@@ -43,7 +42,6 @@ TEST(ProcessRunner, StatusAndBothOutputs) {
       {"kill -9 $$", 128 + 9, "", ""},
       {"no_such_command_for_kt_tests", 127, "", nullptr},  // the shell's complaint
   };
-  std::set<std::string> before = TempNames();
   for (const auto& c : cases) {
     std::string out = "stale", err = "stale";
     EXPECT_EQ(run(c.command, out, err), c.status) << c.command;
@@ -51,7 +49,18 @@ TEST(ProcessRunner, StatusAndBothOutputs) {
     if (c.err) EXPECT_EQ(err, c.err) << c.command;
     else EXPECT_NE(err, "") << c.command;
   }
-  EXPECT_EQ(TempNames(), before) << "the script and output files are removed";
+}
+
+// The script and both output files are gone after the run, whether the
+// command succeeded, failed or was killed.
+TEST(ProcessRunner, RemovesItsTemporaryFiles) {
+  for (const char* ending : {"", "; exit 4", "; kill -9 $$"}) {
+    std::string out, err;
+    run(std::string("echo \"$0\" >&2; cat \"$0\" >&2") + ending, out, err);
+    std::set<std::string> files = TempFilesOf(err);
+    EXPECT_EQ(files.size(), 3u) << err;
+    for (const std::string& file : files) EXPECT_NE(access(file.c_str(), F_OK), 0) << file;
+  }
 }
 
 // Text quoted for the shell is one word whatever it holds: nothing in it
