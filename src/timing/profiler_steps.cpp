@@ -26,6 +26,11 @@ struct LineArguments {
   int32_t line;
 };
 
+// ktProfIsInitialized, inline for the event calls.
+inline bool IsReady(const ktProfiler* p) {
+  return p != nullptr && p->functionTable.buckets != nullptr;
+}
+
 template <class T>
 T* Allocate(ktProfiler* p, size_t bytes = sizeof(T)) {
   return static_cast<T*>(kt_mem_alloc(p->memoryContext, bytes));
@@ -41,6 +46,16 @@ ktProfFunctionRecord* FindOrCreateFunction(ktProfiler* p, void* functionInfo, vo
   if (!existed)
     record->index = p->functionCount++;
   return record;
+}
+
+// A repeated call finds its callee among the caller's links, without
+// hashing: the table matches on the function information alone, and so
+// does this search.
+ktProfChildLink* ChildByInfo(ktProfFunctionRecord* caller, void* functionInfo) {
+  for (ktProfChildLink* link = caller->children; link != nullptr; link = link->next)
+    if (link->child->functionInfo == functionInfo)
+      return link;
+  return nullptr;
 }
 
 ktProfChildLink* ChildLink(ktProfiler* p, ktProfFunctionRecord* caller,
@@ -170,10 +185,13 @@ void EntryStep(kt_error_context*, void* data) {
   if (p->skip(a->functionInfo, a->data, outermost))
     return;
   p->now = p->clock();
-  ktProfFunctionRecord* record = FindOrCreateFunction(p, a->functionInfo, a->data);
-  if (p->stack != nullptr) {
-    ktProfFunctionRecord* caller = p->stack->function;
-    ktProfChildLink* child = ChildLink(p, caller, record);
+  ktProfFunctionRecord* caller = p->stack != nullptr ? p->stack->function : nullptr;
+  ktProfChildLink* child = caller != nullptr ? ChildByInfo(caller, a->functionInfo) : nullptr;
+  ktProfFunctionRecord* record =
+      child != nullptr ? child->child : FindOrCreateFunction(p, a->functionInfo, a->data);
+  if (caller != nullptr) {
+    if (child == nullptr)
+      child = ChildLink(p, caller, record);
     child->count++;
     child->time -= p->now;
     ParentLink(p, record, caller)->count++;
@@ -246,21 +264,21 @@ void LineStep(kt_error_context*, void* data) {
 }  // namespace
 
 extern "C" void ktProfLogFunctionEntry(ktProfiler* profiler, void* functionInfo, void* data) {
-  if (!ktProfIsInitialized(profiler))
+  if (!IsReady(profiler))
     return;
   EventArguments a = {profiler, functionInfo, data};
   kt_try_catch(profiler->errorContext, &a, EntryStep, CatchProfilerError);
 }
 
 extern "C" void ktProfLogFunctionExit(ktProfiler* profiler, void* functionInfo, void* data) {
-  if (!ktProfIsInitialized(profiler))
+  if (!IsReady(profiler))
     return;
   EventArguments a = {profiler, functionInfo, data};
   kt_try_catch(profiler->errorContext, &a, ExitStep, CatchProfilerError);
 }
 
 extern "C" void ktProfLogLineNumberEvent(ktProfiler* profiler, int32_t line) {
-  if (!ktProfIsInitialized(profiler))
+  if (!IsReady(profiler))
     return;
   LineArguments a = {profiler, line};
   kt_try_catch(profiler->errorContext, &a, LineStep, CatchProfilerError);
