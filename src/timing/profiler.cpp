@@ -22,8 +22,8 @@ const char* const kProfilerMnemonics[] = {"PROFILE_INVALID_ARGUMENTS", "PROFILE_
                                           "PROFILE_HISTORY_ERROR",     "PROFILE_NO_FILE_RECORD"};
 const char* const kProfilerTexts[] = {
     "Internal Error: Invalid arguments passed to function.",
-    "Error: Profiler logs have been cleared because a memory allocation failure;\n"
-    "Profiler is now disabled",
+    ("Error: Profiler logs have been cleared because a memory allocation failure;\n"
+     "Profiler is now disabled"),
     "Error: Profiler logs have been cleared because a memory allocation failure",
     "Warning: Profiler history table is full",
     "Error: Cannot enable history tracking unless profiling is suspended",

@@ -91,6 +91,7 @@ struct Model {
   std::vector<std::pair<void*, uint32_t>> stack;  // (function, line), top last
   std::vector<Event> events;
   uint32_t depth = 0, historyCount = 0, historyFullPrints = 0;
+  uint32_t historyCapacity = KT_PROF_HISTORY_CAPACITY;
   bool logging = false, history = false, initialized = true;
   double clock = 0, now = 0;
 
@@ -98,7 +99,7 @@ struct Model {
   void Record(void* info, uint32_t exit) {
     if (!history) return;
     events.push_back({info, exit, now});
-    if (++historyCount >= KT_PROF_HISTORY_CAPACITY) history = false, ++historyFullPrints;
+    if (++historyCount >= historyCapacity) history = false, ++historyFullPrints;
   }
   void Entry(void* info, void* data) {
     bool outermost = depth++ == 0;
@@ -262,7 +263,7 @@ inline std::string Compare(const ktProfiler* p, const Model& m) {
   for (const ktProfHistoryBlock* b = p->historyBlocks; b != nullptr; b = b->next) blocks.insert(blocks.begin(), b);
   size_t n = 0;
   for (const ktProfHistoryBlock* b : blocks) {
-    check(b->count == KT_PROF_HISTORY_BLOCK_SIZE || b == blocks.back(), "full older blocks", n);
+    check(b->count == p->historyBlockSize || b == blocks.back(), "full older blocks", n);
     for (uint32_t k = 0; k < b->count; ++k, ++n)
       check(n < m.events.size() && b->events[k].function->functionInfo == m.events[n].info &&
                 b->events[k].exit == m.events[n].exit && b->events[k].time == m.events[n].time,
