@@ -24,6 +24,9 @@ int RunMd5(int argc, char** argv);
 int RunFmt(int argc, char** argv);
 int RunDtoa(int argc, char** argv);
 
+// The profiler on a built-in program (cmd_profile.cpp).
+int RunProfile(int argc, char** argv);
+
 // The guided tour run by `kt` with no arguments (cmd_demo.cpp).
 int RunDemo(int argc, char** argv);
 

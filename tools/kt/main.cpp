@@ -14,6 +14,7 @@ const Command kCommands[] = {
     {"md5", "[FILE...]", "print the MD5 digest of each FILE (or standard input)", RunMd5},
     {"fmt", "NUMBER...", "print each NUMBER in the shortest text that reads back to it", RunFmt},
     {"dtoa", "[--mode M] [--digits N] NUMBER...", "print the decimal digits of each NUMBER", RunDtoa},
+    {"profile", "[--cpu] [N]", "profile a built-in recursive program and print the profile", RunProfile},
 };
 
 void PrintHelp() {
