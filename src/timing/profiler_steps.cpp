@@ -58,26 +58,29 @@ ktProfChildLink* ChildByInfo(ktProfFunctionRecord* caller, void* functionInfo) {
   return nullptr;
 }
 
+// The link of `list` that leads to `other`, or a new one at the front.
+template <class Link>
+Link* FindOrAddLink(ktProfiler* p, Link** list, ktProfFunctionRecord* Link::*target,
+                    ktProfFunctionRecord* other) {
+  for (Link* link = *list; link != nullptr; link = link->next)
+    if (link->*target == other)
+      return link;
+  auto* link = Allocate<Link>(p);
+  *link = Link{};
+  link->next = *list;
+  link->*target = other;
+  *list = link;
+  return link;
+}
+
 ktProfChildLink* ChildLink(ktProfiler* p, ktProfFunctionRecord* caller,
                            ktProfFunctionRecord* child) {
-  for (ktProfChildLink* link = caller->children; link != nullptr; link = link->next)
-    if (link->child == child)
-      return link;
-  auto* link = Allocate<ktProfChildLink>(p);
-  *link = {caller->children, child, 0, 0.0};
-  caller->children = link;
-  return link;
+  return FindOrAddLink(p, &caller->children, &ktProfChildLink::child, child);
 }
 
 ktProfParentLink* ParentLink(ktProfiler* p, ktProfFunctionRecord* callee,
                              ktProfFunctionRecord* parent) {
-  for (ktProfParentLink* link = callee->parents; link != nullptr; link = link->next)
-    if (link->parent == parent)
-      return link;
-  auto* link = Allocate<ktProfParentLink>(p);
-  *link = {callee->parents, parent, 0};
-  callee->parents = link;
-  return link;
+  return FindOrAddLink(p, &callee->parents, &ktProfParentLink::parent, parent);
 }
 
 // ---- history -----------------------------------------------------------------------

@@ -5,14 +5,13 @@
 // list) and shares nothing with the library but the host callbacks.
 //
 // Functions are the addresses kFunctions[i]; the skip callback skips
-// function i when bit i of gSkip[outermost] is set, the line-owner callback
-// accepts it when bit i of gOwner is set. The clock adds 1 per reading;
-// a Jump step moves it further.
+// function i < 32 when bit i of gSkip[outermost] is set, the line-owner
+// callback refuses function i < 32 when bit i of gOwner is clear. The clock
+// adds 1 per reading; a Jump step moves it further.
 #ifndef KT_TESTS_TIMING_PROFILER_MODEL_H
 #define KT_TESTS_TIMING_PROFILER_MODEL_H
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <sstream>
 #include <string>
@@ -23,16 +22,22 @@
 
 namespace profmodel {
 
-inline char kFunctions[8];
+inline char kFunctions[256];
 inline char kData[2];
 inline uint32_t gSkip[2] = {0, 0};  // [outermost]
-inline uint32_t gOwner = 0xFF;
+inline uint32_t gOwner = ~0u;
 inline double gClock = 0;
 
-inline int IndexOf(const void* info) { return static_cast<int>(static_cast<const char*>(info) - kFunctions); }
-inline bool Skip(void* info, void*, bool outermost) { return gSkip[outermost] >> IndexOf(info) & 1; }
-inline bool OwnsLines(void* info, void*) { return gOwner >> IndexOf(info) & 1; }
+inline unsigned IndexOf(const void* f) { return static_cast<unsigned>(static_cast<const char*>(f) - kFunctions); }
+inline bool Bit(uint32_t mask, const void* f) { return IndexOf(f) < 32 && (mask >> IndexOf(f) & 1); }
+inline bool Skip(void* f, void*, bool outermost) { return Bit(gSkip[outermost], f); }
+inline bool OwnsLines(void* f, void*) { return IndexOf(f) >= 32 || Bit(gOwner, f); }
 inline double Clock() { return gClock += 1; }
+
+inline const std::string kCleared =
+    "Error: Profiler logs have been cleared because a memory allocation failure";
+inline const std::string kDisabled = kCleared + ";\nProfiler is now disabled";
+inline const std::string kHistoryFull = "Warning: Profiler history table is full\n";
 
 enum Op : uint8_t { kEntry, kExit, kLine, kStart, kSuspend, kResume, kHistoryOn, kHistoryOff,
                     kReset, kJump, kOpCount };
@@ -42,9 +47,10 @@ struct Step {
   int32_t data;   // data word index (entry, exit)
 };
 
-struct Line {
-  uint32_t count = 0;
-  double time = 0;
+struct Link {
+  void* other;
+  uint32_t count;
+  double time;  // children only
 };
 
 struct Function {
@@ -53,25 +59,20 @@ struct Function {
   double total = 0, self = 0;
   uint32_t first = KT_PROF_NO_LINE, last = 0;
   uint64_t capacity = 0;
-  std::map<uint32_t, Line> lines;
-  std::vector<std::pair<void*, std::pair<uint32_t, double>>> children;  // oldest first
-  std::vector<std::pair<void*, uint32_t>> parents;
+  std::map<uint32_t, std::pair<uint32_t, double>> lines;  // line -> (count, time)
+  std::vector<Link> children, parents;                    // oldest first
 
-  template <class V>
-  static V& Link(std::vector<std::pair<void*, V>>& list, void* other) {
-    for (auto& entry : list)
-      if (entry.first == other) return entry.second;
-    list.push_back({other, V{}});
-    return list.back().second;
+  static Link& To(std::vector<Link>& links, void* other) {
+    for (Link& l : links)
+      if (l.other == other) return l;
+    return links.emplace_back(Link{other, 0, 0});
   }
   bool Covers(uint32_t line) const { return capacity != 0 && line >= first && line <= last; }
   void Cover(uint32_t line) {  // the growth rule
     if (capacity == 0) {
-      first = last = line;
-      capacity = KT_PROF_FIRST_LINE_TABLE;
+      first = last = line, capacity = KT_PROF_FIRST_LINE_TABLE;
     } else if (line < first) {
-      capacity += first - line;
-      first = line;
+      capacity += first - line, first = line;
     } else if (line > last) {
       uint64_t need = uint64_t{line} + 1 - first;
       if (capacity < need) capacity = 2 * need;
@@ -81,7 +82,7 @@ struct Function {
 };
 
 struct Event {
-  void* info;
+  void* function;
   uint32_t exit;
   double time;
 };
@@ -95,70 +96,62 @@ struct Model {
   bool logging = false, history = false, initialized = true;
   double clock = 0, now = 0;
 
-  void Read() { now = clock += 1; }
-  void Record(void* info, uint32_t exit) {
+  void Record(void* f, uint32_t exit) {
     if (!history) return;
-    events.push_back({info, exit, now});
+    events.push_back({f, exit, now});
     if (++historyCount >= historyCapacity) history = false, ++historyFullPrints;
   }
-  void Entry(void* info, void* data) {
-    bool outermost = depth++ == 0;
-    if (Skip(info, data, outermost)) return;
-    Read();
-    bool fresh = functions.count(info) == 0;
-    Function& f = functions[info];
-    if (fresh) f.data = data, f.index = static_cast<uint32_t>(functions.size() - 1);
+  void Entry(void* f, void* data) {
+    if (Skip(f, data, depth++ == 0)) return;
+    now = clock += 1;
+    if (!functions.count(f)) functions[f].data = data, functions[f].index = uint32_t(functions.size() - 1);
+    Function& callee = functions[f];
     if (!stack.empty()) {
-      auto& child = Function::Link(functions[stack.back().first].children, info);
-      child.first++, child.second -= now;
-      Function::Link(f.parents, stack.back().first)++;
+      Link& child = Function::To(functions[stack.back().first].children, f);
+      child.count++, child.time -= now;
+      Function::To(callee.parents, stack.back().first).count++;
     }
-    stack.push_back({info, 0});
-    f.calls++;
-    if (f.active++ == 0) f.total -= now;
-    f.self -= now;
-    Record(info, 0);
+    stack.push_back({f, 0});
+    callee.calls++, callee.self -= now;
+    if (callee.active++ == 0) callee.total -= now;
+    Record(f, 0);
   }
-  void Exit(void* info, void* data) {
-    if (stack.empty()) return;
-    bool outermost = depth-- == 1;
-    if (Skip(info, data, outermost)) return;
-    Read();
+  void Exit(void* f, void* data) {
+    if (stack.empty() || Skip(f, data, depth-- == 1)) return;
+    now = clock += 1;
     auto [top, line] = stack.back();
     stack.pop_back();
-    Function& f = functions[top];
-    if (line != 0 && f.Covers(line)) f.lines[line].time += now;
-    if (!stack.empty()) Function::Link(functions[stack.back().first].children, top).second += now;
-    f.self += now;
-    if (f.active-- == 1) f.total += now;
+    Function& callee = functions[top];
+    if (line != 0 && callee.Covers(line)) callee.lines[line].second += now;
+    if (!stack.empty()) Function::To(functions[stack.back().first].children, top).time += now;
+    callee.self += now;
+    if (callee.active-- == 1) callee.total += now;
     Record(top, 1);
   }
   void LineEvent(int32_t n) {
     auto owner = stack.rbegin();
     while (owner != stack.rend() && !OwnsLines(owner->first, nullptr)) ++owner;
     if (owner == stack.rend()) return;
-    Read();
+    now = clock += 1;
     Function& f = functions[owner->first];
     uint32_t previous = stack.back().second;
-    if (previous != 0 && f.Covers(previous)) f.lines[previous].time += now;
+    if (previous != 0 && f.Covers(previous)) f.lines[previous].second += now;
     uint32_t line = n < 0 ? 0u - static_cast<uint32_t>(n) : static_cast<uint32_t>(n);
     f.Cover(line);
-    f.lines[line].count++, f.lines[line].time -= now;
+    f.lines[line].first++, f.lines[line].second -= now;
     stack.back().second = line;
   }
   void Clear(bool keepInitialized) {
     functions.clear(), stack.clear(), events.clear();
-    depth = historyCount = 0;
-    logging = false, now = 0;
-    initialized = keepInitialized;
+    depth = historyCount = 0, logging = false, now = 0, initialized = keepInitialized;
   }
   int Apply(const Step& s) {  // returns the error code the step raises
-    bool on = initialized;
-    void* info = &kFunctions[s.value & 7];
+    void* f = &kFunctions[s.value & 255];
     void* data = &kData[s.data & 1];
+    bool on = initialized;
     switch (s.op) {
-      case kEntry: if (on) Entry(info, data); break;
-      case kExit: if (on) Exit(info, data); break;
+      case kEntry: if (on) Entry(f, data); break;
+      case kExit: if (on) Exit(f, data); break;
       case kLine: if (on) LineEvent(s.value); break;
       case kStart: if (on) Clear(true), logging = true; break;
       case kReset: if (on) Clear(true); break;
@@ -182,27 +175,25 @@ struct Model {
 // Runs the step on the profiler under a frame that accepts every error;
 // returns 0 or the raised code.
 inline int ApplyToProfiler(ktProfiler* p, const Step& s) {
-  struct Call { ktProfiler* p; const Step* s; };
+  struct Call { ktProfiler* p; const Step* s; } call = {p, &s};
   auto body = [](kt_error_context*, void* data) {
-    auto* c = static_cast<Call*>(data);
-    ktProfiler* q = c->p;
-    void* info = &kFunctions[c->s->value & 7];
-    void* d = &kData[c->s->data & 1];
-    switch (c->s->op) {
-      case kEntry: ktProfLogFunctionEntry(q, info, d); break;
-      case kExit: ktProfLogFunctionExit(q, info, d); break;
-      case kLine: ktProfLogLineNumberEvent(q, c->s->value); break;
+    auto [q, step] = *static_cast<Call*>(data);
+    void* f = &kFunctions[step->value & 255];
+    void* d = &kData[step->data & 1];
+    switch (step->op) {
+      case kEntry: ktProfLogFunctionEntry(q, f, d); break;
+      case kExit: ktProfLogFunctionExit(q, f, d); break;
+      case kLine: ktProfLogLineNumberEvent(q, step->value); break;
       case kStart: ktProfStartLogging(q); break;
       case kReset: ktProfResetProfiler(q); break;
       case kSuspend: ktProfSuspendLogging(q); break;
       case kResume: ktProfResumeLogging(q); break;
       case kHistoryOn: ktProfEnableHistoryTracking(q, true); break;
       case kHistoryOff: ktProfEnableHistoryTracking(q, false); break;
-      default: gClock += c->s->value;
+      default: gClock += step->value;
     }
   };
   auto accept = [](kt_error_context*, void*, int, va_list) { return 1; };
-  Call call = {p, &s};
   return kt_try_catch(p->errorContext, &call, body, accept);
 }
 
@@ -217,60 +208,84 @@ inline std::string Compare(const ktProfiler* p, const Model& m) {
   check(p->now == m.now && p->historyCount == m.historyCount, "now/history count", p->now);
   check(p->functionCount == m.functions.size(), "function count", p->functionCount);
   if (!m.initialized) return d.str();
+  // A library list (newest first) against a model vector (oldest first).
+  auto sameList = [&check](auto* head, const auto& want, const char* what, auto same) {
+    auto w = want.rbegin();
+    for (auto* l = head; l != nullptr; l = l->next, ++w)
+      check(w != want.rend() && same(l, *w), what, want.rend() - w);
+    check(w == want.rend(), what, want.size());
+  };
   kt_ghash_cursor cursor;
   void* element;
   auto* table = const_cast<kt_ghash_table*>(&p->functionTable);
   kt_ghash_cursor_init(table, &cursor);
   while (kt_ghash_iterate(table, &cursor, &element, nullptr) && d.tellp() == 0) {
     auto* r = static_cast<ktProfFunctionRecord*>(element);
+    unsigned i = IndexOf(r->functionInfo);
     auto it = m.functions.find(r->functionInfo);
-    check(it != m.functions.end(), "function", IndexOf(r->functionInfo));
+    check(it != m.functions.end(), "function", i);
     if (it == m.functions.end()) break;
     const Function& f = it->second;
-    int i = IndexOf(r->functionInfo);
     check(r->data == f.data && r->index == f.index && r->callCount == f.calls, "key/index/calls", i);
     check(r->activeCount == f.active && r->totalTime == f.total && r->selfTime == f.self, "times", i);
-    check(r->firstLine == f.first && r->lineCapacity == f.capacity, "line range", i);
-    check(r->lastLine == (f.capacity ? f.last : 0), "last line", i);
-    check(r->lineCount == (f.capacity ? f.last + 1 - f.first : 0), "line count", i);
+    check(r->firstLine == f.first && r->lineCapacity == f.capacity &&
+              r->lastLine == (f.capacity ? f.last : 0) &&
+              r->lineCount == (f.capacity ? f.last + 1 - f.first : 0),
+          "line range", i);
     for (uint32_t k = 0; k < r->lineCapacity && d.tellp() == 0; ++k) {
       auto line = f.lines.find(f.first + k);
-      Line want = line == f.lines.end() ? Line{} : line->second;
+      auto want = line == f.lines.end() ? std::pair<uint32_t, double>() : line->second;
       const ktProfLineRecord& got = r->lines[k];
-      check(got.count == want.count && got.time == want.time && !got.unused1 && !got.unused2,
+      check(got.count == want.first && got.time == want.second && !got.unused1 && !got.unused2,
             "line record", f.first + k);
     }
-    auto child = f.children.rbegin();  // the library's lists are newest first
-    for (ktProfChildLink* l = r->children; l != nullptr; l = l->next, ++child)
-      check(child != f.children.rend() && l->child->functionInfo == child->first &&
-                l->count == child->second.first && l->time == child->second.second,
-            "child link", i);
-    check(child == f.children.rend(), "child links", i);
-    auto parent = f.parents.rbegin();
-    for (ktProfParentLink* l = r->parents; l != nullptr; l = l->next, ++parent)
-      check(parent != f.parents.rend() && l->parent->functionInfo == parent->first &&
-                l->count == parent->second,
-            "parent link", i);
-    check(parent == f.parents.rend(), "parent links", i);
+    sameList(r->children, f.children, "child links", [](auto* l, const Link& want) {
+      return l->child->functionInfo == want.other && l->count == want.count && l->time == want.time;
+    });
+    sameList(r->parents, f.parents, "parent links", [](auto* l, const Link& want) {
+      return l->parent->functionInfo == want.other && l->count == want.count;
+    });
   }
-  auto frame = m.stack.rbegin();
-  for (ktProfStackEntry* e = p->stack; e != nullptr; e = e->next, ++frame)
-    check(frame != m.stack.rend() && e->function->functionInfo == frame->first &&
-              e->line == frame->second,
-          "stack entry", e->line);
-  check(frame == m.stack.rend(), "stack depth", m.stack.size());
-  std::vector<const ktProfHistoryBlock*> blocks;
-  for (const ktProfHistoryBlock* b = p->historyBlocks; b != nullptr; b = b->next) blocks.insert(blocks.begin(), b);
+  sameList(p->stack, m.stack, "stack", [](auto* e, auto& want) {
+    return e->function->functionInfo == want.first && e->line == want.second;
+  });
+  std::vector<const ktProfHistoryBlock*> blocks;  // oldest first
+  for (const ktProfHistoryBlock* b = p->historyBlocks; b != nullptr; b = b->next)
+    blocks.insert(blocks.begin(), b);
   size_t n = 0;
   for (const ktProfHistoryBlock* b : blocks) {
     check(b->count == p->historyBlockSize || b == blocks.back(), "full older blocks", n);
     for (uint32_t k = 0; k < b->count; ++k, ++n)
-      check(n < m.events.size() && b->events[k].function->functionInfo == m.events[n].info &&
+      check(n < m.events.size() && b->events[k].function->functionInfo == m.events[n].function &&
                 b->events[k].exit == m.events[n].exit && b->events[k].time == m.events[n].time,
             "history event", n);
   }
   check(n == m.events.size() && ktProfNumberOfEventRecords(p) == n, "history length", n);
   return d.str();
+}
+
+// Applies the step to both and returns their first difference, or "". The
+// text printed meanwhile (collected in `printed`) must be the history
+// warning exactly when the model switched history off. A step that runs
+// out of memory (*failed) must instead leave a cleared profiler and have
+// printed the message for the logging state it met. Without `compare`
+// the profile itself is compared only after a failure.
+inline std::string Check(ktProfiler* p, Model& m, const Step& s, std::string& printed,
+                         bool* failed, bool compare = true) {
+  bool logging = p->logging;
+  uint32_t warnings = m.historyFullPrints;
+  printed.clear();
+  int code = ApplyToProfiler(p, s);
+  *failed = code == KT_OUT_OF_MEMORY;
+  if (*failed) {
+    if (printed != (logging ? kDisabled : kCleared) + "\n") return "printed " + printed;
+    Model cleared;
+    cleared.Clear(false), cleared.history = p->history;
+    return Compare(p, cleared);
+  }
+  if (code != m.Apply(s)) return "raised " + std::to_string(code);
+  if (printed != (m.historyFullPrints > warnings ? kHistoryFull : "")) return "printed " + printed;
+  return compare ? Compare(p, m) : "";
 }
 
 }  // namespace profmodel

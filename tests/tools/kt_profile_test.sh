@@ -6,6 +6,9 @@
 # the CPU clock and bad arguments.
 set -uo pipefail
 : "${KT_TOOL:?path to the kt tool}"
+tmp=$(mktemp -d)
+trap 'rm -rf "$tmp"' EXIT
+cd "$tmp"
 
 failures=0
 fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
