@@ -31,6 +31,9 @@ int RunEncodings(int argc, char** argv);
 // Line and column of byte offsets (cmd_linecol.cpp).
 int RunLinecol(int argc, char** argv);
 
+// The profiler on a built-in program (cmd_profile.cpp).
+int RunProfile(int argc, char** argv);
+
 // The guided tour run by `kt` with no arguments (cmd_demo.cpp).
 int RunDemo(int argc, char** argv);
 

@@ -18,6 +18,7 @@ const Command kCommands[] = {
     {"encodings", "[NAME...]", "canonical and standard names of encodings (all when none)",
      RunEncodings},
     {"linecol", "[--link] FILE OFFSET...", "print FILE:LINE:COLUMN of each byte OFFSET", RunLinecol},
+    {"profile", "[--cpu] [N]", "profile a built-in recursive program and print the profile", RunProfile},
 };
 
 void PrintHelp() {
