@@ -1,0 +1,465 @@
+// The start-up timing log through libkt.so: real logs written by several
+// threads with nested tics into a scratch log directory, read back and
+// checked against a model of the rows built from each thread's tic/toc
+// script and the values the row callback reports.
+#include "kt/timing.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <random>
+#include <regex>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "kt/diagnostics.h"
+#include "kt/files.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+// A scratch log directory, registered while in scope.
+class ScratchLogDirectory {
+public:
+  ScratchLogDirectory() {
+    char pattern[] = "/tmp/kt_timing_log_XXXXXX";
+    path_ = mkdtemp(pattern);
+    ktRegisterLogDirectory(path_.c_str());
+  }
+  ~ScratchLogDirectory() {
+    ktRegisterLogDirectory(nullptr);
+    fs::remove_all(path_);
+  }
+  std::string File(const char* name) const {
+    return path_ + "/" + name + "." + std::to_string(getpid());
+  }
+  size_t Entries() const {
+    return static_cast<size_t>(std::distance(fs::directory_iterator(path_), {}));
+  }
+
+private:
+  std::string path_;
+};
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::stringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+template <typename... Args>
+std::string Format(const char* format, Args... args) {
+  char text[256];
+  std::snprintf(text, sizeof text, format, args...);
+  return text;
+}
+
+void InFreshThread(const std::function<void()>& body) { std::thread(body).join(); }
+
+// What the row and close callbacks received, in order. The library calls
+// them under its own lock.
+struct Reported {
+  double total, item, gap;
+  unsigned long depth;
+  std::string description;
+};
+struct Recorder {
+  std::vector<Reported> rows;
+  std::vector<std::string> closed;
+  ktTimingRowCallback RowCallback() {
+    return [this](bool first, double total, double item, double gap, unsigned long depth,
+                  const char* description) {
+      EXPECT_FALSE(first);
+      rows.push_back({total, item, gap, depth, description});
+    };
+  }
+  ktTimingCloseCallback CloseCallback() {
+    return [this](std::string& path) { closed.push_back(path); };
+  }
+};
+
+// ---- the model -----------------------------------------------------------------
+
+// One step of a thread's script: a tic, or a toc with its description and
+// the depth its row must have (the thread's open tics after it). The
+// opening rows appear as tocs without tics.
+struct Step {
+  bool tic;
+  std::string description;
+  size_t depth;
+};
+
+// A random nest of intervals below `depth`, described "<tag>.<n> " and a
+// filler long enough, at random, to be cut in its column.
+void Grow(std::mt19937& rng, const std::string& tag, size_t depth, size_t maxDepth,
+          int* budget, std::vector<Step>* script) {
+  script->push_back({true, "", 0});
+  while (depth < maxDepth && *budget > 0 && rng() % 4 != 0) {
+    --*budget;
+    Grow(rng, tag, depth + 1, maxDepth, budget, script);
+  }
+  std::string description = tag + "." + std::to_string(script->size()) + " ";
+  description += std::string(rng() % 45, static_cast<char>('a' + rng() % 26));
+  script->push_back({false, description, depth});
+}
+
+std::vector<Step> RandomScript(unsigned seed, const std::string& tag, size_t maxDepth) {
+  std::mt19937 rng(seed);
+  std::vector<Step> script;
+  int budget = 30;
+  while (budget > 0) Grow(rng, tag, 0, maxDepth, &budget, &script);
+  return script;
+}
+
+void Play(const std::vector<Step>& script, const std::string& logPath) {
+  for (const Step& step : script) {
+    if (step.tic) {
+      ktTicImpl();
+    } else if (step.depth % 2 == 0) {
+      ktTocImpl(step.description.c_str());
+    } else {
+      std::string out;
+      ktTocImpl2(step.description.c_str(), &out);
+      EXPECT_EQ(out, logPath);
+    }
+  }
+}
+
+// The description column: from depth 2 on min(depth, 12) spaces, then the
+// text padded or cut so that the column is 40 wide.
+std::string DescriptionColumn(const std::string& description, size_t depth) {
+  size_t indent = depth < 2 ? 0 : std::min<size_t>(depth, 12);
+  std::string text = description.substr(0, 40 - indent);
+  return std::string(indent, ' ') + text + std::string(40 - indent - text.size(), ' ');
+}
+
+// The six counters of the performance layout, all 0 on this platform.
+const std::string kZeroCounters =
+    " " + Format("% 9d% 9d", 0, 0) + " " + Format("% 9d% 9d", 0, 0) + " " + Format("% 7d% 9d", 0, 0);
+
+// The tag of the thread that wrote a row; the opener's rows carry none.
+std::string TagOf(const std::string& description) {
+  size_t dot = description.find('.');
+  return dot == std::string::npos ? "t0" : description.substr(0, dot);
+}
+
+// Checks the reported rows against the scripts: per thread, the rows come
+// in script order at the script's depths; gap = total - item - lastEnd[d]
+// with lastEnd as defined; each interval lies inside its parent's (the
+// next row of the thread one level up). Sums the items at depth 0 and 1.
+void CheckRowsAgainstScripts(const std::vector<Reported>& rows,
+                             const std::map<std::string, std::vector<Step>>& scripts,
+                             double* topLevel) {
+  std::map<std::string, std::vector<const Step*>> tocs;
+  for (const auto& [tag, script] : scripts)
+    for (const Step& step : script)
+      if (!step.tic) tocs[tag].push_back(&step);
+  std::map<std::string, std::array<double, 17>> lastEnd;
+  std::map<std::string, std::vector<const Reported*>> byThread;
+  *topLevel = 0;
+  for (const Reported& row : rows) {
+    std::string tag = TagOf(row.description);
+    auto& done = byThread[tag];
+    ASSERT_LT(done.size(), tocs[tag].size()) << row.description;
+    const Step& step = *tocs[tag][done.size()];
+    ASSERT_EQ(row.description, step.description);
+    EXPECT_EQ(row.depth, step.depth) << row.description;
+    auto& ends = lastEnd.try_emplace(tag).first->second;
+    EXPECT_NEAR(row.gap, row.total - row.item - ends.at(row.depth), 1e-9) << row.description;
+    std::fill(ends.begin() + static_cast<long>(row.depth), ends.end(), row.total);
+    if (row.depth < 2) *topLevel += row.item;
+    done.push_back(&row);
+  }
+  for (const auto& [tag, list] : tocs) EXPECT_EQ(byThread[tag].size(), list.size()) << tag;
+  for (const auto& [tag, done] : byThread)
+    for (auto child = done.begin(); child != done.end(); ++child) {
+      if ((*child)->depth == 0) continue;
+      auto parent = std::find_if(child + 1, done.end(), [&](const Reported* r) {
+        return r->depth < (*child)->depth;
+      });
+      ASSERT_NE(parent, done.end()) << (*child)->description;
+      EXPECT_EQ((*parent)->depth + 1, (*child)->depth);
+      EXPECT_LE((*child)->total, (*parent)->total + 1e-9) << (*child)->description;
+      EXPECT_GE((*child)->total - (*child)->item, (*parent)->total - (*parent)->item - 1e-9)
+          << (*child)->description;
+    }
+}
+
+// Checks the rows of the timing log (and of the perf log) against the
+// reported values, and the CPU column against its rules. `reading` gets
+// the last CPU reading the rows imply.
+void CheckFileRows(const std::vector<std::string>& lines, size_t first,
+                   const std::vector<Reported>& rows, bool perf,
+                   const std::vector<std::string>& csv, double* reading) {
+  double tolerance = 1e-6;
+  *reading = 0;
+  for (size_t i = 0; i < rows.size(); ++i) {
+    const Reported& row = rows[i];
+    std::string expected = Format("%5.2f  %5.2f   %5.2f   ", row.total, row.item, row.gap) +
+                           DescriptionColumn(row.description, row.depth);
+    const std::string& line = lines.at(first + i);
+    if (!perf) {
+      EXPECT_EQ(line, expected);
+      continue;
+    }
+    expected += kZeroCounters + "  ";
+    ASSERT_EQ(line.substr(0, expected.size()), expected);
+    std::string cpuText = line.substr(expected.size());
+    ASSERT_TRUE(std::regex_match(cpuText, std::regex(" ?-?[0-9]+\\.[0-9]{3}"))) << line;
+    double delta = std::stod(cpuText);
+    // "ZENTRA script" reads 0 CPU seconds: it shows minus the reading
+    // before it, and the next row counts from 0 again.
+    if (row.description == "ZENTRA script") {
+      EXPECT_NEAR(delta, -*reading, tolerance) << line;
+      *reading = 0, tolerance = 1e-6;
+    } else {
+      EXPECT_GE(delta, 0) << "CPU time only grows: " << line;
+      *reading += delta, tolerance += 5e-4;
+    }
+    std::string trimmed = cpuText.substr(cpuText.find_first_not_of(' '));
+    EXPECT_EQ(csv.at(1 + i), Format("%.3f,%.3f,%.3f,'", row.total, row.item, row.gap) +
+                                 DescriptionColumn(row.description, row.depth) +
+                                 "',0,0,0,0,0,0," + trimmed);
+  }
+}
+
+std::vector<std::string> Heads(bool perf) {
+  if (!perf)
+    return {"    ZENTRA Startup Performance Metrics (In Seconds)", "",
+            "total   item     gap      description", std::string(57, '=')};
+  return {"    ZENTRA Startup Performance Metrics (In Seconds)", "",
+          "total   item     gap      description                           read: ops    bytes "
+          "other:ops    bytes  faults    vm(k)    cpu",
+          std::string(125, '=')};
+}
+
+// One whole log: the opener thread opens it 3 s into the start-up, runs
+// its own script while three workers run theirs (one down to depth 16),
+// reads 0 CPU seconds once more ("ZENTRA script"), and closes it.
+void CheckConcurrentLog(bool perf, unsigned seed) {
+  ScratchLogDirectory directory;
+  Recorder recorder;
+  std::map<std::string, std::vector<Step>> scripts;
+  scripts["t0"] = {{false, "ZENTRA script", 0}, {false, "main", 0}, {false, "Session Initialize", 0}};
+  for (int t = 0; t < 4; ++t) {
+    std::string tag = "t" + std::to_string(t);
+    auto script = RandomScript(seed + static_cast<unsigned>(t), tag, t == 3 ? 16 : 6);
+    scripts[tag].insert(scripts[tag].end(), script.begin(), script.end());
+  }
+  scripts["t0"].push_back({true, "", 0});
+  scripts["t0"].push_back({false, "ZENTRA script", 0});
+  std::string logPath = directory.File("timing_log");
+  Clock::time_point scriptStart, closedBy;
+  std::string closedPath;
+  InFreshThread([&] {
+    Clock::time_point now = Clock::now();
+    scriptStart = now - 3s;
+    ASSERT_TRUE(ktOpenTimingLogTLMX(recorder.RowCallback(), recorder.CloseCallback(), true,
+                                    scriptStart, now - 2s, now - 1500ms, now, perf));
+    EXPECT_EQ(ktGetTimingLogInfo(), logPath);
+    EXPECT_EQ(ktGetPerfLogInfo(), perf ? directory.File("perf_log") : "");
+    std::vector<std::thread> workers;
+    for (const char* tag : {"t1", "t2", "t3"})
+      workers.emplace_back([&, tag] { Play(scripts.at(tag), logPath); });
+    Play(std::vector<Step>(scripts["t0"].begin() + 3, scripts["t0"].end()), logPath);
+    for (auto& worker : workers) worker.join();
+    ktCloseTimingLogImpl(&closedPath);
+    closedBy = Clock::now();
+  });
+  EXPECT_EQ(closedPath, logPath);
+  EXPECT_EQ(recorder.closed, std::vector<std::string>{logPath});
+  EXPECT_EQ(ktGetTimingLogInfo(), "");
+
+  double topLevel = 0, reading = 0;
+  CheckRowsAgainstScripts(recorder.rows, scripts, &topLevel);
+  std::string text = ReadFile(logPath);
+  std::vector<std::string> lines = Lines(text);
+  std::vector<std::string> heads = Heads(perf);
+  ASSERT_EQ(lines.size(), heads.size() + recorder.rows.size() + 3);
+  EXPECT_EQ(std::vector<std::string>(lines.begin(), lines.begin() + 4), heads);
+  std::vector<std::string> csv;
+  if (perf) {
+    csv = Lines(ReadFile(directory.File("perf_log")));
+    ASSERT_EQ(csv.size(), recorder.rows.size() + 2);
+    EXPECT_EQ(csv[0], "total,item,gap,description,readops,readbytes,othorops,otherbytes,"
+                      "pagefaults,vm(k),cpu");
+  }
+  CheckFileRows(lines, 4, recorder.rows, perf, csv, &reading);
+
+  // The closing lines and the share of the top-level items.
+  double lower = 0, upper = std::chrono::duration<double>(closedBy - scriptStart).count();
+  for (const Reported& row : recorder.rows) lower = std::max(lower, row.total);
+  size_t end = 4 + recorder.rows.size();
+  std::smatch match;
+  if (perf) {
+    ASSERT_TRUE(std::regex_match(lines[end], match,
+                                 std::regex(" *([0-9.]+) {18}--FINAL-- {11}" + kZeroCounters +
+                                            "  ([0-9]+\\.[0-9]{3})")))
+        << lines[end];
+    double final = std::stod(match[1]), cpu = std::stod(match[2]);
+    lower = std::max(lower, final - 0.005), upper = std::min(upper, final + 0.005);
+    EXPECT_GE(cpu, reading - 0.01);
+    std::regex csvEnd("([0-9.]+),0\\.0,0\\.0,'FINAL {15}',0,0,0,0,0,0,([0-9.]+)");
+    ASSERT_TRUE(std::regex_match(csv.back(), match, csvEnd)) << csv.back();
+    EXPECT_NEAR(std::stod(match[1]), final, 0.0051);
+    EXPECT_EQ(std::stod(match[2]), cpu);
+    ++end;
+  }
+  EXPECT_EQ(lines[end], std::string(perf ? 125 : 57, '='));
+  ASSERT_TRUE(std::regex_match(lines[end + 1], match,
+                               std::regex("Items shown account for ([ 0-9.]+)% of total startup time")));
+  double percent = std::stod(match[1]);
+  EXPECT_GE(percent, 100 * topLevel / upper - 0.05);
+  EXPECT_LE(percent, 100 * topLevel / lower + 0.05);
+  EXPECT_EQ(text.substr(text.size() - 6), perf ? "p time" : "time\n\n") << "no newline after perf";
+}
+
+TEST(TimingLogThreads, ConcurrentNestedRowsFollowTheModel) {
+  for (unsigned seed : {1u, 2u}) {
+    SCOPED_TRACE(seed);
+    CheckConcurrentLog(false, seed);
+    CheckConcurrentLog(true, seed * 7);
+  }
+}
+
+TEST(TimingLog, RowsPastDepthSixteenAreARangeError) {
+  ScratchLogDirectory directory;
+  InFreshThread([&] {
+    Clock::time_point now = Clock::now();
+    ASSERT_TRUE(ktOpenTimingLog(now, now, now, now, false));
+    for (int i = 0; i < 18; ++i) ktTicImpl();
+    EXPECT_THROW(ktTocImpl("depth 17"), std::out_of_range);
+    for (int i = 16; i >= 0; --i) ktTocImpl(("depth " + std::to_string(i)).c_str());
+    ktCloseTimingLog();
+  });
+  std::vector<std::string> lines = Lines(ReadFile(directory.File("timing_log")));
+  ASSERT_EQ(lines.size(), 4u + 3 + 17 + 3) << "the failed row is not written; the log closes";
+  EXPECT_EQ(lines[7].substr(23), DescriptionColumn("depth 16", 16));
+  EXPECT_EQ(lines[23].substr(23), DescriptionColumn("depth 0", 0));
+}
+
+TEST(TimingLog, CloseWithAnOpenTicWritesNothing) {
+  ScratchLogDirectory directory;
+  InFreshThread([&] {
+    Clock::time_point now = Clock::now();
+    ASSERT_TRUE(ktOpenTimingLog(now - 1s, now, now, now, true));
+    std::string path = directory.File("timing_log");
+    ktTicImpl();
+    std::string before = ReadFile(path), out;
+    ktCloseTimingLogImpl(&out);
+    EXPECT_EQ(out, path);
+    EXPECT_EQ(ReadFile(path), before);
+    EXPECT_EQ(ktGetTimingLogInfo(), path) << "still open";
+    ktTocImpl("late");
+    ktTocImpl("a toc without a tic is ignored");
+    ktCloseTimingLog();
+    std::string after = ReadFile(path);
+    EXPECT_EQ(Lines(after).size(), Lines(before).size() + 4);
+    EXPECT_NE(after.find("late"), std::string::npos);
+    EXPECT_EQ(after.find("ignored"), std::string::npos);
+  });
+}
+
+// The TLMX forms: rows reach the callback with or without a file; opening
+// rows get their exact values; a failed open writes none but keeps the
+// callbacks; closing forgets them.
+TEST(TimingLog, CallbacksWithAndWithoutAFile) {
+  ScratchLogDirectory directory;
+  InFreshThread([&] {
+    Recorder recorder;
+    Clock::time_point t0 = Clock::now() - 10s;
+    ASSERT_TRUE(ktOpenTimingLogTLMX(recorder.RowCallback(), recorder.CloseCallback(), false, t0,
+                                    t0 + 2s, t0 + 3s, t0 + 3500ms, true));
+    EXPECT_EQ(ktGetTimingLogInfo(), "");
+    ASSERT_EQ(recorder.rows.size(), 3u);
+    const double expected[3][3] = {{2, 2, 0}, {3, 1, 0}, {3.5, 0.5, 0}};
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_DOUBLE_EQ(recorder.rows[i].total, expected[i][0]);
+      EXPECT_DOUBLE_EQ(recorder.rows[i].item, expected[i][1]);
+      EXPECT_DOUBLE_EQ(recorder.rows[i].gap, expected[i][2]);
+    }
+    ktTicImpl();
+    ktTocImpl("only to the callback");
+    std::string out = "unchanged?";
+    ktCloseTimingLogImpl(&out);
+    EXPECT_EQ(out, "");
+    EXPECT_EQ(recorder.closed, std::vector<std::string>{""});
+    EXPECT_EQ(directory.Entries(), 0u);
+    ktTicImpl();
+    ktTocImpl("after the close");
+    EXPECT_EQ(recorder.rows.size(), 4u) << "closing forgets the callbacks";
+  });
+
+  Recorder recorder;
+  ktRegisterLogDirectory("/nonexistent/kt/logs");
+  Clock::time_point now = Clock::now();
+  EXPECT_FALSE(ktOpenTimingLogTLMX(recorder.RowCallback(), recorder.CloseCallback(), true, now,
+                                   now, now, now, false));
+  EXPECT_TRUE(recorder.rows.empty());
+  EXPECT_EQ(ktGetTimingLogInfo(), "");
+  ktTicImpl();
+  ktTocImpl("no file, still reported");
+  ktCloseTimingLog();
+  ASSERT_EQ(recorder.rows.size(), 1u);
+  EXPECT_EQ(recorder.closed, std::vector<std::string>{""});
+
+  setTimingLogStartTimestamp(now);
+  EXPECT_EQ(getTimingLogStartTimestamp(), now);
+}
+
+TEST(TimingLog, DiagnosticChannelCarriesRowsAndClosing) {
+  struct Case {
+    unsigned mask;
+    bool stage, timing;
+  } cases[] = {{0, false, false}, {2, true, false}, {1, false, true}, {3, true, true}};
+  for (const Case& c : cases) {
+    unsigned old = ktSetDiagnosticMask("tlmx_timing", c.mask);
+    testing::internal::CaptureStderr();
+    InFreshThread([] {
+      Clock::time_point now = Clock::now();
+      ktOpenTimingLogTLMX(nullptr, nullptr, false, now - 2s, now - 1s, now, now, false);
+      ktTicImpl();
+      ktTicImpl();
+      ktTocImpl("inner stage");
+      ktTocImpl("outer");
+      ktCloseTimingLog();
+    });
+    std::string err = testing::internal::GetCapturedStderr();
+    ktSetDiagnosticMask("tlmx_timing", old);
+    std::regex stage("tlmx_timing \\[0x2\\] cputime:[0-9]+ [^:]*:startup::stage: id=inner stage "
+                     "total=[0-9.e-]+ item=[0-9.e-]+ gap=[-0-9.e]+ tic_depth=1\n");
+    EXPECT_EQ(std::regex_search(err, stage), c.stage) << err;
+    EXPECT_EQ(err.find("tic_depth=0") != std::string::npos, c.stage) << err;
+    EXPECT_EQ(err.find("[0x1] cputime:") != std::string::npos, c.timing) << err;
+    EXPECT_EQ(err.find(":startup::timing: ENTER ktCloseTimingLogImpl, numOpenTimings=0\n") !=
+                  std::string::npos,
+              c.timing)
+        << err;
+  }
+}
+
+}  // namespace
