@@ -25,6 +25,7 @@
 
 #include <gtest/gtest.h>
 
+#include "kt/clocks.h"
 #include "kt/diagnostics.h"
 #include "kt/files.h"
 
@@ -127,11 +128,12 @@ void Grow(std::mt19937& rng, const std::string& tag, size_t depth, size_t maxDep
   script->push_back({false, description, depth});
 }
 
-std::vector<Step> RandomScript(unsigned seed, const std::string& tag, size_t maxDepth) {
+std::vector<Step> RandomScript(unsigned seed, const std::string& tag, size_t base,
+                               size_t maxDepth) {
   std::mt19937 rng(seed);
   std::vector<Step> script;
   int budget = 30;
-  while (budget > 0) Grow(rng, tag, 0, maxDepth, &budget, &script);
+  while (budget > 0) Grow(rng, tag, base, maxDepth, &budget, &script);
   return script;
 }
 
@@ -169,8 +171,10 @@ std::string TagOf(const std::string& description) {
 
 // Checks the reported rows against the scripts: per thread, the rows come
 // in script order at the script's depths; gap = total - item - lastEnd[d]
-// with lastEnd as defined; each interval lies inside its parent's (the
-// next row of the thread one level up). Sums the items at depth 0 and 1.
+// with lastEnd as defined, and never negative (every earlier row at that
+// depth or shallower ended before the tic); each interval lies inside its
+// parent's (the next row of the thread one level up). Sums the items at
+// depth 0 and 1.
 void CheckRowsAgainstScripts(const std::vector<Reported>& rows,
                              const std::map<std::string, std::vector<Step>>& scripts,
                              double* topLevel) {
@@ -190,6 +194,7 @@ void CheckRowsAgainstScripts(const std::vector<Reported>& rows,
     EXPECT_EQ(row.depth, step.depth) << row.description;
     auto& ends = lastEnd.try_emplace(tag).first->second;
     EXPECT_NEAR(row.gap, row.total - row.item - ends.at(row.depth), 1e-9) << row.description;
+    EXPECT_GE(row.gap, -1e-9) << row.description;
     std::fill(ends.begin() + static_cast<long>(row.depth), ends.end(), row.total);
     if (row.depth < 2) *topLevel += row.item;
     done.push_back(&row);
@@ -257,36 +262,42 @@ std::vector<std::string> Heads(bool perf) {
           std::string(125, '=')};
 }
 
-// One whole log: the opener thread opens it 3 s into the start-up, runs
-// its own script while three workers run theirs (one down to depth 16),
-// reads 0 CPU seconds once more ("ZENTRA script"), and closes it.
+// One whole log: the opener thread opens it 30 ms into the start-up and
+// runs its own script, nested in two stages that last until three workers
+// (one going down to depth 16) have run theirs; it then reads 0 CPU
+// seconds once more ("ZENTRA script") and closes the log.
 void CheckConcurrentLog(bool perf, unsigned seed) {
   ScratchLogDirectory directory;
   Recorder recorder;
   std::map<std::string, std::vector<Step>> scripts;
   scripts["t0"] = {{false, "ZENTRA script", 0}, {false, "main", 0}, {false, "Session Initialize", 0}};
+  scripts["t0"].insert(scripts["t0"].end(), {{true, "", 0}, {true, "", 0}});
   for (int t = 0; t < 4; ++t) {
     std::string tag = "t" + std::to_string(t);
-    auto script = RandomScript(seed + static_cast<unsigned>(t), tag, t == 3 ? 16 : 6);
+    auto script = RandomScript(seed + static_cast<unsigned>(t), tag, t == 0 ? 2 : 0,
+                               t == 3 ? 16 : 6);
     scripts[tag].insert(scripts[tag].end(), script.begin(), script.end());
   }
-  scripts["t0"].push_back({true, "", 0});
-  scripts["t0"].push_back({false, "ZENTRA script", 0});
+  size_t joined = scripts["t0"].size();
+  scripts["t0"].insert(scripts["t0"].end(), {{false, "t0.workers", 1}, {false, "t0.all", 0},
+                                             {true, "", 0}, {false, "ZENTRA script", 0}});
   std::string logPath = directory.File("timing_log");
   Clock::time_point scriptStart, closedBy;
   std::string closedPath;
   InFreshThread([&] {
     Clock::time_point now = Clock::now();
-    scriptStart = now - 3s;
+    scriptStart = now - 30ms;
     ASSERT_TRUE(ktOpenTimingLogTLMX(recorder.RowCallback(), recorder.CloseCallback(), true,
-                                    scriptStart, now - 2s, now - 1500ms, now, perf));
+                                    scriptStart, now - 20ms, now - 15ms, now, perf));
     EXPECT_EQ(ktGetTimingLogInfo(), logPath);
     EXPECT_EQ(ktGetPerfLogInfo(), perf ? directory.File("perf_log") : "");
     std::vector<std::thread> workers;
     for (const char* tag : {"t1", "t2", "t3"})
       workers.emplace_back([&, tag] { Play(scripts.at(tag), logPath); });
-    Play(std::vector<Step>(scripts["t0"].begin() + 3, scripts["t0"].end()), logPath);
+    const std::vector<Step>& own = scripts["t0"];
+    Play(std::vector<Step>(own.begin() + 3, own.begin() + static_cast<long>(joined)), logPath);
     for (auto& worker : workers) worker.join();
+    Play(std::vector<Step>(own.begin() + static_cast<long>(joined), own.end()), logPath);
     ktCloseTimingLogImpl(&closedPath);
     closedBy = Clock::now();
   });
@@ -364,6 +375,7 @@ TEST(TimingLog, RowsPastDepthSixteenAreARangeError) {
 
 TEST(TimingLog, CloseWithAnOpenTicWritesNothing) {
   ScratchLogDirectory directory;
+  InFreshThread([] { ktTicImpl(); });  // opening forgets tics left open before
   InFreshThread([&] {
     Clock::time_point now = Clock::now();
     ASSERT_TRUE(ktOpenTimingLog(now - 1s, now, now, now, true));
@@ -375,10 +387,15 @@ TEST(TimingLog, CloseWithAnOpenTicWritesNothing) {
     EXPECT_EQ(ReadFile(path), before);
     EXPECT_EQ(ktGetTimingLogInfo(), path) << "still open";
     ktTocImpl("late");
-    ktTocImpl("a toc without a tic is ignored");
+    ktTocImpl("a toc without a tic is ignored");  // else the close below is refused
+    double used = ktCPUtime();
+    while (ktCPUtime() < used + 0.02) continue;  // the closing line reads the clock anew
     ktCloseTimingLog();
     std::string after = ReadFile(path);
-    EXPECT_EQ(Lines(after).size(), Lines(before).size() + 4);
+    std::vector<std::string> lines = Lines(after);
+    ASSERT_EQ(lines.size(), Lines(before).size() + 4);
+    EXPECT_GE(std::stod(lines[lines.size() - 3].substr(lines[lines.size() - 3].rfind(' '))),
+              used + 0.0195);
     EXPECT_NE(after.find("late"), std::string::npos);
     EXPECT_EQ(after.find("ignored"), std::string::npos);
   });
