@@ -65,8 +65,9 @@
  * stacks and lastEnd belong to each thread, so threads time their own
  * nested work and their rows interleave in the file. The count of open
  * tics is process-wide: a close waits for every thread's tocs. Tics and
- * tocs must nest per thread. The callbacks run under the mutex: they must
- * not call any function of this file.
+ * tocs must nest per thread. The row callback runs under the mutex and
+ * must not call any function of this file; the close callback runs after
+ * the log has closed, outside the mutex.
  */
 #ifndef KT_TIMING_H
 #define KT_TIMING_H
@@ -131,8 +132,9 @@ KT_API bool ktOpenTimingLog(ktTimingTimePoint scriptStart, ktTimingTimePoint mai
 /*
  * Installs both callbacks (empty ones are allowed), then with `toFile`
  * returns ktOpenTimingLog(t0, t1, t2, t3, perf). Without `toFile` no file
- * is opened: the zero becomes t0 and the three opening rows reach only the
- * callback and the diagnostic channel; returns true.
+ * is opened (an open log loses its files): the zero becomes t0 and the
+ * three opening rows reach only the callback and the diagnostic channel;
+ * returns true.
  */
 KT_API bool ktOpenTimingLogTLMX(const ktTimingRowCallback& rowCallback,
                                 const ktTimingCloseCallback& closeCallback, bool toFile,

@@ -238,12 +238,13 @@ extern "C" void ktTicImpl(void) {
 void ktTocImpl2(const char* description, std::string* out) {
   Clock::time_point end = Clock::now();
   ThreadTimings& thread = ThisThread();
-  TimingLog& log = TheLog();
   if (!thread.tics.empty()) {
-    openTimings.fetch_sub(1);
     Clock::time_point start = thread.tics.back();
     thread.tics.pop_back();
+    TimingLog& log = TheLog();
     std::lock_guard<std::mutex> lock(log.mutex);
+    // Counted off under the lock: a close sees the tic open or its row written.
+    openTimings.fetch_sub(1);
     WriteRowLocked(log, thread, description != nullptr ? description : "", start, end,
                    thread.tics.size());
   }
