@@ -124,7 +124,7 @@ using ktTimingCloseCallback = std::function<void(std::string&)>;
  * count of open tics to 0.
  * Returns false, leaving the log closed and writing nothing, when the
  * timing log cannot be opened. Opening a log that is already open first
- * closes its files without the closing lines.
+ * closes its files without the closing lines and starts its sums afresh.
  */
 KT_API bool ktOpenTimingLog(ktTimingTimePoint scriptStart, ktTimingTimePoint mainStart,
                             ktTimingTimePoint initStart, ktTimingTimePoint now, bool perf);

@@ -362,6 +362,19 @@ TEST(TimingLog, CloseWithAnOpenTicWritesNothing) {
   });
 }
 
+TEST(TimingLog, ReopeningStartsAfresh) {
+  ScratchLogDirectory directory;
+  InFreshThread([] {
+    Clock::time_point now = Clock::now();
+    ASSERT_TRUE(ktOpenTimingLog(now - 100s, now - 50s, now, now, true));
+    ASSERT_TRUE(ktOpenTimingLog(now, now, now, now, false));  // no stage took any time
+    ktCloseTimingLog();
+  });
+  std::vector<std::string> lines = Lines(ReadFile(directory.File("timing_log")));
+  ASSERT_EQ(lines.size(), 4u + 3 + 3);
+  EXPECT_EQ(lines[8], "Items shown account for  0.0% of total startup time");
+}
+
 // The TLMX forms: rows reach the callback with or without a file, the
 // opening rows with their exact values; a failed open writes none but
 // keeps the callbacks; closing forgets them.
