@@ -92,7 +92,7 @@ TimingCounters CounterDeltas(const TimingCounters& now, const TimingCounters& be
 // ---- rows -------------------------------------------------------------------
 
 void TraceRow(const TimingRow& row) {
-  if (auto record = Channel().Open(kStageFlag, kModule, __LINE__, "WriteTimingLogRow"))
+  if (auto record = Channel().Open(kStageFlag, kModule, __LINE__, __func__))
     record.stream() << "startup::stage: id=" << row.description << " total=" << row.total
                     << " item=" << row.item << " gap=" << row.gap << " tic_depth=" << row.depth;
 }
@@ -137,21 +137,22 @@ void WriteRowLocked(TimingLog& log, ThreadTimings& thread, const char* descripti
 
 // ---- opening and closing ------------------------------------------------------
 
-void CloseFilesLocked(TimingLog& log) {
+// Closes the files and forgets the sums of the rows written to them.
+void RestartLocked(TimingLog& log) {
   if (log.timingFile != nullptr) std::fclose(log.timingFile);
   if (log.perfFile != nullptr) std::fclose(log.perfFile);
   log.timingFile = log.perfFile = nullptr;
   log.timingPath.clear();
   log.perfPath.clear();
+  log.topLevelSum = log.previousCpu = 0;
+  log.previousCounters = TimingCounters{};
 }
 
 // Forgets everything but the mutex.
 void ResetLocked(TimingLog& log) {
-  CloseFilesLocked(log);
+  RestartLocked(log);
   log.perfMode = false;
   log.logStart = Clock::time_point{};
-  log.topLevelSum = log.previousCpu = 0;
-  log.previousCounters = TimingCounters{};
   log.rowCallback = nullptr;
   log.closeCallback = nullptr;
 }
@@ -206,7 +207,7 @@ bool ktOpenTimingLog(ktTimingTimePoint scriptStart, ktTimingTimePoint mainStart,
                      ktTimingTimePoint initStart, ktTimingTimePoint now, bool perf) {
   TimingLog& log = TheLog();
   std::lock_guard<std::mutex> lock(log.mutex);
-  CloseFilesLocked(log);
+  RestartLocked(log);
   log.perfMode = perf;
   if (!OpenFilesLocked(log, perf)) return false;
   BeginLocked(log, scriptStart, mainStart, initStart, now);
@@ -225,7 +226,7 @@ bool ktOpenTimingLogTLMX(const ktTimingRowCallback& rowCallback,
   }
   if (toFile) return ktOpenTimingLog(t0, t1, t2, t3, perf);
   std::lock_guard<std::mutex> lock(log.mutex);
-  CloseFilesLocked(log);
+  RestartLocked(log);
   BeginLocked(log, t0, t1, t2, t3);
   return true;
 }
