@@ -10,7 +10,7 @@
  *                              64 exit, 128 results, 512 the loader's text)
  *     "windows::dlopen"        made, never written
  *     "util::posix"            load-failure diagnosis
- *     "tlmx_timing"            the start-up timing log
+ *     "tlmx_timing"            start-up timing log (1 startup::timing, 2 startup::stage)
  *     "sysinfo", "thread_recommendation"
  *                              operating-system and processor queries
  *

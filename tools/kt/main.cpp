@@ -1,9 +1,11 @@
 // kt: command-line front end to libkt's own functions.
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
 #include "commands.h"
+#include "timing_option.h"
 
 namespace kttool {
 namespace {
@@ -34,7 +36,10 @@ void PrintHelp() {
       std::printf("  %-22s %s\n", head, c.summary);
   }
   std::printf("\nWith no command, kt runs `demo`. A FILE of - means standard input.\n"
-              "Options: --help, --version\n");
+              "Options: --help, --version\n"
+              "  --timing[=perf] COMMAND [ARGS...]\n"
+              "                         run COMMAND with its stages timed into timing_log.PID\n"
+              "                         (and perf_log.PID) in $HOME or the temporary directory\n");
 }
 
 const Command* FindCommand(const char* name) {
@@ -58,24 +63,41 @@ void Complain(const char* format, ...) {
 
 }  // namespace kttool
 
-int main(int argc, char** argv) {
-  using namespace kttool;
+namespace kttool {
+
+Invocation ParseCommandLine(int argc, char** argv) {
   if (argc < 2)
-    return RunDemo(1, argv);
+    return {RunDemo, "demo", 1, argv, 0};
   const char* name = argv[1];
   if (std::strcmp(name, "--help") == 0 || std::strcmp(name, "-h") == 0 ||
       std::strcmp(name, "help") == 0) {
     PrintHelp();
-    return 0;
+    return {nullptr, name, 0, nullptr, 0};
   }
   if (std::strcmp(name, "--version") == 0) {
     std::printf("kt (libkt) %s\n", KT_VERSION_STRING);
-    return 0;
+    return {nullptr, name, 0, nullptr, 0};
   }
   const Command* command = FindCommand(name);
   if (command == nullptr) {
     Complain("unknown command '%s' (try 'kt --help')", name);
-    return 2;
+    return {nullptr, name, 0, nullptr, 2};
   }
-  return command->run(argc - 1, argv + 1);
+  return {command->run, command->name, argc - 1, argv + 1, 0};
+}
+
+int Run(const Invocation& invocation) {
+  if (invocation.run == nullptr)
+    return invocation.status;
+  return invocation.run(invocation.argc, invocation.argv);
+}
+
+}  // namespace kttool
+
+int main(int argc, char** argv) {
+  using namespace kttool;
+  std::chrono::steady_clock::time_point mainStart = std::chrono::steady_clock::now();
+  if (argc >= 2 && IsTimingOption(argv[1]))
+    return RunTimed(argv[1], argc - 1, argv + 1, mainStart);
+  return Run(ParseCommandLine(argc, argv));
 }
