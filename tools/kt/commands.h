@@ -28,6 +28,9 @@ int RunDtoa(int argc, char** argv);
 int RunConv(int argc, char** argv);
 int RunEncodings(int argc, char** argv);
 
+// OS and processor information (cmd_os.cpp).
+int RunOs(int argc, char** argv);
+
 // The guided tour run by `kt` with no arguments (cmd_demo.cpp).
 int RunDemo(int argc, char** argv);
 
