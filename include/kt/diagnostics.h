@@ -12,7 +12,7 @@
  *     "util::posix"            load-failure diagnosis
  *     "tlmx_timing"            start-up timing log (1 startup::timing, 2 startup::stage)
  *     "sysinfo", "thread_recommendation"
- *                              operating-system and processor queries
+ *                              OS and CPU queries (flags 1 failures, 2 values)
  *
  * Each record carries one severity flag (a bit); a channel writes a record
  * only when that bit is on in its mask. All masks are 0 unless the

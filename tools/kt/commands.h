@@ -34,6 +34,9 @@ int RunLinecol(int argc, char** argv);
 // The profiler on a built-in program (cmd_profile.cpp).
 int RunProfile(int argc, char** argv);
 
+// OS and processor information (cmd_os.cpp).
+int RunOs(int argc, char** argv);
+
 // The guided tour run by `kt` with no arguments (cmd_demo.cpp).
 int RunDemo(int argc, char** argv);
 

@@ -21,6 +21,7 @@ const Command kCommands[] = {
      RunEncodings},
     {"linecol", "[--link] FILE OFFSET...", "print FILE:LINE:COLUMN of each byte OFFSET", RunLinecol},
     {"profile", "[--cpu] [N]", "profile a built-in recursive program and print the profile", RunProfile},
+    {"os", "", "the OS, the thread recommendation and memory-diagnostic tools", RunOs},
 };
 
 void PrintHelp() {
