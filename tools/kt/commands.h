@@ -28,6 +28,9 @@ int RunDtoa(int argc, char** argv);
 int RunConv(int argc, char** argv);
 int RunEncodings(int argc, char** argv);
 
+// Library loading (cmd_diagnose.cpp).
+int RunDiagnose(int argc, char** argv);
+
 // The guided tour run by `kt` with no arguments (cmd_demo.cpp).
 int RunDemo(int argc, char** argv);
 

@@ -17,6 +17,7 @@ const Command kCommands[] = {
     {"conv", "-f FROM -t TO [-c] [FILE...]", "convert text between encodings, as iconv does", RunConv},
     {"encodings", "[NAME...]", "canonical and standard names of encodings (all when none)",
      RunEncodings},
+    {"diagnose", "LIB...", "load each LIB; say why one does not (chains, symbols)", RunDiagnose},
 };
 
 void PrintHelp() {
