@@ -2,7 +2,6 @@
 // dependencies through the places the loader searches, the symbol check
 // over everything reachable, and the exception that names the cause.
 #include <dlfcn.h>
-#include <limits.h>
 #include <sys/stat.h>
 
 #include <cstdlib>

@@ -63,7 +63,8 @@ enum TraceFlag : uint32_t {
 diag::Channel& Channel();
 
 // Entry and exit records of one call, named by the function's signature.
-// Costs one relaxed load per flag while the flags are off.
+// The channel's mask is read once, when the call starts: while the flags
+// are off, a trace costs that one relaxed load.
 class CallTrace {
 public:
   CallTrace(const char* signature, int line);
@@ -80,6 +81,8 @@ public:
   void RecordState(const LastLibraryError* record, int line) const;
 
 private:
+  const diag::Channel& channel_;
+  const uint32_t mask_;
   const char* signature_;
   int line_;
 };

@@ -1,5 +1,6 @@
 // The per-thread last-error record of the loading family, its two
 // readers, and the call traces on "util::dynload".
+#include <cstring>
 #include <memory>
 #include <new>
 #include <sstream>
@@ -26,9 +27,22 @@ std::string ToUtf8(const cx::ustring& text) {
   return out;
 }
 
+// Encodings in which every byte below 0x80 is that ASCII character: plain
+// ASCII text needs no converter then.
+bool AsciiIsItself(const char* encoding) {
+  return std::strcmp(encoding, "UTF-8") == 0 || std::strcmp(encoding, "US-ASCII") == 0 ||
+         std::strcmp(encoding, "ISO-8859-1") == 0;
+}
+
 }  // namespace
 
 cx::ustring LcpToUstring(const char* text) {
+  if (AsciiIsItself(Quivera::I18N::UnicodeConverterX::getThreadSpecific_defaultEncoding())) {
+    size_t n = 0;
+    unsigned char any = 0;
+    for (; text[n] != '\0'; ++n) any |= static_cast<unsigned char>(text[n]);
+    if (any < 0x80) return cx::ustring(text, text + n);
+  }
   kt_utf16* converted = lcp_to_utf16(text, -1);
   if (converted == nullptr) throw std::bad_alloc();
   cx::ustring result;
@@ -92,7 +106,8 @@ diag::Channel& Channel() {
   return channel;
 }
 
-CallTrace::CallTrace(const char* signature, int line) : signature_(signature), line_(line) {
+CallTrace::CallTrace(const char* signature, int line)
+    : channel_(Channel()), mask_(channel_.mask()), signature_(signature), line_(line) {
   if (auto record = Open(kTraceEntry, line)) record.stream() << signature;
 }
 
@@ -101,7 +116,8 @@ CallTrace::~CallTrace() {
 }
 
 diag::Record CallTrace::Open(uint32_t flag, int line) const {
-  return Channel().Open(flag, "dynload", line, signature_);
+  if ((mask_ & flag) == 0) return diag::Record();
+  return channel_.Open(flag, "dynload", line, signature_);
 }
 
 void CallTrace::Result(const char* name, const void* value, int line) const {

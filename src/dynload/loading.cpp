@@ -35,20 +35,29 @@ void SetStatus(int* errorStatus, int value) {
   if (errorStatus != nullptr) *errorStatus = value;
 }
 
-// The path for the loader: UTF-8, without ICU when it is plain ASCII (most
-// paths), so a load of an already loaded library stays cheap.
-std::string LoaderPath(const cx::ustring& path) {
-  std::string narrow(path.size(), '\0');
-  for (size_t i = 0; i < path.size(); ++i) {
-    if (path[i] >= 0x80) {
-      narrow.clear();
-      Quivera::I18N::FromUTF16Converter(path.data(), static_cast<int>(path.size()), "UTF-8")
-          .copy_to(narrow);
-      return narrow;
+// The path for the loader in UTF-8: written into `buffer` when it is plain
+// ASCII and fits (most paths: no ICU, no allocation), else into `spill`.
+constexpr size_t kPathBuffer = 1024;
+
+const char* LoaderPath(const cx::ustring& path, char (&buffer)[kPathBuffer], std::string* spill) {
+  size_t n = path.size();
+  if (n < kPathBuffer) {
+    char16_t any = 0;
+    for (size_t i = 0; i < n; ++i) {
+      any |= path[i];
+      buffer[i] = static_cast<char>(path[i]);
     }
-    narrow[i] = static_cast<char>(path[i]);
+    buffer[n] = '\0';
+    if (any < 0x80) return buffer;
   }
-  return narrow;
+  Quivera::I18N::FromUTF16Converter(path.data(), static_cast<int>(n), "UTF-8").copy_to(*spill);
+  return spill->c_str();
+}
+
+std::string LoaderPath(const cx::ustring& path) {
+  char buffer[kPathBuffer];
+  std::string spill;
+  return LoaderPath(path, buffer, &spill);
 }
 
 // "glibcFailedLoadBug" of "bedrock_legacy:messages" with the first loader
@@ -142,8 +151,10 @@ void* ktLoadLibraryHelper(const cx::ustring& path, int* errorStatus, int mode) {
   SetStatus(errorStatus, 0);
   LastLibraryError* record = ThreadLastError();
   if (record != nullptr) record->Reset();
-  std::string loaderPath = LoaderPath(path);
-  const char* name = path.empty() ? nullptr : loaderPath.c_str();  // null: the main program
+  char buffer[kPathBuffer];
+  std::string spill;
+  const char* loaderPath = LoaderPath(path, buffer, &spill);
+  const char* name = path.empty() ? nullptr : loaderPath;  // null: the main program
   void* handle = DlopenHook()(name, mode);
   if (handle == nullptr) HandleFailedLoad(trace, name, mode, errorStatus, record);
   trace.Result("handle", handle, __LINE__);

@@ -1,8 +1,8 @@
 // The load-failure diagnosis through libkt.so: each fixture library ends in
 // the exception class of its cause with the right chains and symbols,
 // under both symbol listers; hostile paths never run anything; no
-// temporary file stays behind; LD_LIBRARY_PATH is searched (in a child
-// process started with it).
+// temporary file stays behind. (A child started with LD_LIBRARY_PATH:
+// tests/tools/kt_diagnose_test.sh.)
 #include <dlfcn.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -143,12 +143,6 @@ public:
   ~ListerScope() { unsetenv("ZENTRA_LIST_SYMBOLS_WITH_NM"); }
 };
 
-bool LdPathVerdictIsRight() {
-  Verdict v = Diagnose(Fixture("libkt_ldpath.so"));
-  Symbols expected{{"kt_test_ldpath_missing", {"*", "libkt_ldpath_dep.so"}}};
-  return v.type == kMissingSymbol && v.chains.empty() && v.symbols == expected;
-}
-
 }  // namespace
 
 // Every fixture under objdump -T (the default) and under nm -D (binutils
@@ -223,19 +217,6 @@ TEST(Diagnosis, HostilePathsNeverRunAnything) {
     EXPECT_NE(access((dir.path() + "/" + marker).c_str(), F_OK), 0) << marker << " was created";
   EXPECT_EQ(kttest::LeftBehind(before), std::set<std::string>());
   ASSERT_EQ(chdir("/"), 0);
-}
-
-// LD_LIBRARY_PATH is read by the loader at start-up, so these run in a
-// fresh process of this test binary started with it set.
-TEST(DiagnosisDeathTest, LdLibraryPathIsSearched) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const char* old = std::getenv("LD_LIBRARY_PATH");
-  std::string saved = old != nullptr ? old : "";
-  setenv("LD_LIBRARY_PATH", Fixture("ldpath_dir").c_str(), 1);
-  // Found there, the dependency fails on its own missing import.
-  EXPECT_EXIT(std::exit(LdPathVerdictIsRight() ? 0 : 1), ::testing::ExitedWithCode(0), "");
-  if (old != nullptr) setenv("LD_LIBRARY_PATH", saved.c_str(), 1);
-  else unsetenv("LD_LIBRARY_PATH");
 }
 
 // Without the tools every probe fails: the file is taken for no library,
