@@ -109,7 +109,7 @@ KT_API void* ktLoadLibraryWithCustomSymbolVisibility(const char* path, int mode,
                                                      int* errorStatus);
 
 /*
- * dlsym(handle, name). Afterwards this thread's last error is empty when the
+ * dlsym(handle, name); `name` must not be null. Afterwards this thread's last error is empty when the
  * loader found the symbol and holds the loader's text when not. A symbol
  * whose value is null is returned as null too: read ktLastLibraryError to
  * tell the two apart.

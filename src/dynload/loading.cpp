@@ -100,10 +100,19 @@ void HandleFailedLoad(const CallTrace& trace, const char* loaderPath, int mode,
   trace.RecordState(record, __LINE__);
 }
 
-// The narrow forms: the path to UTF-16, then the UTF-16 form. Exceptions of
-// the standard hierarchy become a failed load with their text.
-template <class LoadForm>
-void* NarrowLoad(const char* path, int* errorStatus, LoadForm load) {
+using Utf16Form = void* (*)(const cx::ustring& path, int* errorStatus);
+
+// A UTF-16 form of a fixed mode: its own trace around the helper.
+void* LoadWithMode(const char* signature, const cx::ustring& path, int* errorStatus, int mode) {
+  CallTrace trace(signature, __LINE__);
+  return ktLoadLibraryHelper(path, errorStatus, mode);
+}
+
+// The narrow forms: the path to UTF-16, then `load` (the UTF-16 form).
+// Exceptions of the standard hierarchy become a failed load with their text.
+template <class Load>
+void* NarrowLoad(const char* signature, const char* path, int* errorStatus, Load load) {
+  CallTrace trace(signature, __LINE__);
   try {
     return load(LcpToUstring(path != nullptr ? path : ""));
   } catch (const std::exception& e) {
@@ -118,6 +127,11 @@ void* NarrowLoad(const char* path, int* errorStatus, LoadForm load) {
     SetStatus(errorStatus, 1);
     return nullptr;
   }
+}
+
+void* NarrowLoad(const char* signature, const char* path, int* errorStatus, Utf16Form form) {
+  return NarrowLoad(signature, path, errorStatus,
+                    [=](const cx::ustring& p) { return form(p, errorStatus); });
 }
 
 void* LoadWithDiagnosis(const cx::ustring& path, void* (*load)(const cx::ustring&, int*)) {
@@ -164,46 +178,44 @@ void* ktLoadLibraryHelper(const cx::ustring& path, int* errorStatus, int mode) {
 // ---- the UTF-16 forms ------------------------------------------------------------
 
 void* ktLoadLibrary(const cx::ustring& path, int* errorStatus) {
-  CallTrace trace("void* ktLoadLibrary(const cx::ustring&, int*)", __LINE__);
-  return ktLoadLibraryHelper(path, errorStatus, kModeNowGlobal);
+  return LoadWithMode("void* ktLoadLibrary(const cx::ustring&, int*)", path, errorStatus,
+                      kModeNowGlobal);
 }
 
 // Loads the library when it is not loaded yet, exactly like ktLoadLibrary:
 // kept so on purpose, callers rely on it.
 void* ktGetModule(const cx::ustring& path, int* errorStatus) {
-  CallTrace trace("void* ktGetModule(const cx::ustring&, int*)", __LINE__);
-  return ktLoadLibraryHelper(path, errorStatus, kModeNowGlobal);
+  return LoadWithMode("void* ktGetModule(const cx::ustring&, int*)", path, errorStatus,
+                      kModeNowGlobal);
 }
 
 void* ktLoadLibraryAndAddGlobalSymbols(const cx::ustring& path, int* errorStatus) {
-  CallTrace trace("void* ktLoadLibraryAndAddGlobalSymbols(const cx::ustring&, int*)", __LINE__);
-  return ktLoadLibraryHelper(path, errorStatus, kModeNowGlobal);
+  return LoadWithMode("void* ktLoadLibraryAndAddGlobalSymbols(const cx::ustring&, int*)", path,
+                      errorStatus, kModeNowGlobal);
 }
 
 void* ktLoadLibraryUnresolved(const cx::ustring& path, int* errorStatus) {
-  CallTrace trace("void* ktLoadLibraryUnresolved(const cx::ustring&, int*)", __LINE__);
-  return ktLoadLibraryHelper(path, errorStatus, RTLD_LAZY);
+  return LoadWithMode("void* ktLoadLibraryUnresolved(const cx::ustring&, int*)", path,
+                      errorStatus, RTLD_LAZY);
 }
 
 void* ktLoadLibraryWithLocalSymbolVisibility(const cx::ustring& path, int* errorStatus) {
-  CallTrace trace("void* ktLoadLibraryWithLocalSymbolVisibility(const cx::ustring&, int*)",
-                  __LINE__);
-  return ktLoadLibraryHelper(path, errorStatus, RTLD_NOW);
+  return LoadWithMode("void* ktLoadLibraryWithLocalSymbolVisibility(const cx::ustring&, int*)",
+                      path, errorStatus, RTLD_NOW);
 }
 
 void* ktLoadLibraryWithLocalSymbolVisibilityAndDeepBind(const cx::ustring& path,
                                                         int* errorStatus) {
-  CallTrace trace(
-      "void* ktLoadLibraryWithLocalSymbolVisibilityAndDeepBind(const cx::ustring&, int*)",
-      __LINE__);
-  return ktLoadLibraryHelper(path, errorStatus, RTLD_NOW | RTLD_DEEPBIND);
+  return LoadWithMode(
+      "void* ktLoadLibraryWithLocalSymbolVisibilityAndDeepBind(const cx::ustring&, int*)", path,
+      errorStatus, RTLD_NOW | RTLD_DEEPBIND);
 }
 
 void* ktLoadLibraryWithCustomSymbolVisibility(const cx::ustring& path, int mode,
                                               int* errorStatus) {
-  CallTrace trace("void* ktLoadLibraryWithCustomSymbolVisibility(const cx::ustring&, int, int*)",
-                  __LINE__);
-  return ktLoadLibraryHelper(path, errorStatus, mode);
+  return LoadWithMode(
+      "void* ktLoadLibraryWithCustomSymbolVisibility(const cx::ustring&, int, int*)", path,
+      errorStatus, mode);
 }
 
 void* ktLoadLibraryWithDiagnosticMsg(const cx::ustring& path) {
@@ -221,43 +233,33 @@ void* ktLoadLibraryWithLocalSymbolVisibilityAndDiagnosticMsg(const cx::ustring& 
 // ---- the narrow forms -------------------------------------------------------------
 
 void* ktLoadLibrary(const char* path, int* errorStatus) {
-  CallTrace trace("void* ktLoadLibrary(const char*, int*)", __LINE__);
-  return NarrowLoad(path, errorStatus,
-                    [=](const cx::ustring& p) { return ktLoadLibrary(p, errorStatus); });
+  return NarrowLoad("void* ktLoadLibrary(const char*, int*)", path, errorStatus, &ktLoadLibrary);
 }
 
 void* ktGetModule(const char* path, int* errorStatus) {
-  CallTrace trace("void* ktGetModule(const char*, int*)", __LINE__);
-  return NarrowLoad(path, errorStatus,
-                    [=](const cx::ustring& p) { return ktGetModule(p, errorStatus); });
+  return NarrowLoad("void* ktGetModule(const char*, int*)", path, errorStatus, &ktGetModule);
 }
 
 void* ktLoadLibraryAndAddGlobalSymbols(const char* path, int* errorStatus) {
-  CallTrace trace("void* ktLoadLibraryAndAddGlobalSymbols(const char*, int*)", __LINE__);
-  return NarrowLoad(path, errorStatus, [=](const cx::ustring& p) {
-    return ktLoadLibraryAndAddGlobalSymbols(p, errorStatus);
-  });
+  return NarrowLoad("void* ktLoadLibraryAndAddGlobalSymbols(const char*, int*)", path,
+                    errorStatus, &ktLoadLibraryAndAddGlobalSymbols);
 }
 
 void* ktLoadLibraryUnresolved(const char* path, int* errorStatus) {
-  CallTrace trace("void* ktLoadLibraryUnresolved(const char*, int*)", __LINE__);
-  return NarrowLoad(path, errorStatus,
-                    [=](const cx::ustring& p) { return ktLoadLibraryUnresolved(p, errorStatus); });
+  return NarrowLoad("void* ktLoadLibraryUnresolved(const char*, int*)", path, errorStatus,
+                    &ktLoadLibraryUnresolved);
 }
 
 void* ktLoadLibraryWithLocalSymbolVisibility(const char* path, int* errorStatus) {
-  CallTrace trace("void* ktLoadLibraryWithLocalSymbolVisibility(const char*, int*)", __LINE__);
-  return NarrowLoad(path, errorStatus, [=](const cx::ustring& p) {
-    return ktLoadLibraryWithLocalSymbolVisibility(p, errorStatus);
-  });
+  return NarrowLoad("void* ktLoadLibraryWithLocalSymbolVisibility(const char*, int*)", path,
+                    errorStatus, &ktLoadLibraryWithLocalSymbolVisibility);
 }
 
 void* ktLoadLibraryWithCustomSymbolVisibility(const char* path, int mode, int* errorStatus) {
-  CallTrace trace("void* ktLoadLibraryWithCustomSymbolVisibility(const char*, int, int*)",
-                  __LINE__);
-  return NarrowLoad(path, errorStatus, [=](const cx::ustring& p) {
-    return ktLoadLibraryWithCustomSymbolVisibility(p, mode, errorStatus);
-  });
+  return NarrowLoad("void* ktLoadLibraryWithCustomSymbolVisibility(const char*, int, int*)", path,
+                    errorStatus, [=](const cx::ustring& p) {
+                      return ktLoadLibraryWithCustomSymbolVisibility(p, mode, errorStatus);
+                    });
 }
 
 // ---- lookup and unload -----------------------------------------------------------

@@ -62,16 +62,21 @@ inline std::set<std::string> RunnerTempFiles() {
   return names;
 }
 
-// Names that appeared since `before` and are still there after other
-// processes had two seconds to remove their own: ours, left behind.
+// The runner files that appeared since `before` and are still there after
+// five seconds: ours, left behind. Only the names present at the first look
+// are waited for, so the steady stream of files of other test processes
+// running the tools at the same time cannot keep the answer non-empty; a
+// file we leave behind never goes away.
 inline std::set<std::string> LeftBehind(const std::set<std::string>& before) {
   std::set<std::string> left;
-  for (int wait = 0; wait < 20; ++wait) {
-    left.clear();
-    for (const std::string& name : RunnerTempFiles())
-      if (before.count(name) == 0) left.insert(name);
-    if (left.empty()) break;
+  for (const std::string& name : RunnerTempFiles())
+    if (before.count(name) == 0) left.insert(name);
+  for (int wait = 0; wait < 50 && !left.empty(); ++wait) {
     usleep(100000);
+    std::set<std::string> now = RunnerTempFiles(), still;
+    for (const std::string& name : left)
+      if (now.count(name) != 0) still.insert(name);
+    left.swap(still);
   }
   return left;
 }

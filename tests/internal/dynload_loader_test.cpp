@@ -14,6 +14,7 @@
 #include "dynload/dynload.h"
 #include "dynload/dynload_support.h"
 #include "internal/message_catalog.h"
+#include "kt/encodings.h"
 #include "kt/loading.h"
 
 using kttest::Fixture;
@@ -101,6 +102,16 @@ TEST(DynloadLoader, EachFormHandsTheLoaderItsModeAndPath) {
       EXPECT_EQ(g_calls[i].path, expected[i]) << c.name;
       EXPECT_EQ(g_calls[i].mode, c.mode) << c.name;
     }
+  }
+  // Narrow paths are in the thread's encoding: Latin-1 "\xe9" reaches the
+  // loader as UTF-8.
+  {
+    Quivera::I18N::AutoRestoreUnicodeConverterName latin1("ISO-8859-1");
+    g_calls.clear();
+    int status = -1;
+    ktLoadLibrary("/lib/caf\xe9.so", &status);
+    ASSERT_EQ(g_calls.size(), 1u);
+    EXPECT_EQ(g_calls[0].path, "/lib/caf\xc3\xa9.so");
   }
   // The caller's mode goes through untouched, whatever it holds.
   for (int mode : {0x101, 0x1, 0x2 | 0x8 | 0x1000, 0x7fffffff}) {
