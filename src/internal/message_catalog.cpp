@@ -16,6 +16,11 @@ struct CatalogEntry {
 
 constexpr CatalogEntry kEntries[] = {
     {"bedrock_legacy:messages", "nomem", "Out of memory. The program could not allocate the memory it needs."},
+    // {0}: the loader's text of the failed load.
+    {"bedrock_legacy:messages", "glibcFailedLoadBug",
+     "The library could not be loaded, and the system loader kept part of it registered "
+     "(a known fault of the GNU C library's loader). Loading it again will not work until "
+     "the program is restarted. The loader reported: {0}"},
 };
 
 const CatalogEntry* Find(const std::string& catalog, const std::string& key) {

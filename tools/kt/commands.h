@@ -37,6 +37,9 @@ int RunProfile(int argc, char** argv);
 // OS and processor information (cmd_os.cpp).
 int RunOs(int argc, char** argv);
 
+// Library loading (cmd_diagnose.cpp).
+int RunDiagnose(int argc, char** argv);
+
 // The guided tour run by `kt` with no arguments (cmd_demo.cpp).
 int RunDemo(int argc, char** argv);
 

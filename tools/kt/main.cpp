@@ -22,6 +22,7 @@ const Command kCommands[] = {
     {"linecol", "[--link] FILE OFFSET...", "print FILE:LINE:COLUMN of each byte OFFSET", RunLinecol},
     {"profile", "[--cpu] [N]", "profile a built-in recursive program and print the profile", RunProfile},
     {"os", "", "the OS, the thread recommendation and memory-diagnostic tools", RunOs},
+    {"diagnose", "LIB...", "load each LIB; say why one does not (chains, symbols)", RunDiagnose},
 };
 
 void PrintHelp() {
