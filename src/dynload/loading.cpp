@@ -14,9 +14,9 @@
 #include "kt/encodings.h"
 #include "kt/loading.h"
 
-// The instrumentation-tool queries of the operating-system family. Weak
-// until both families are built into one library: a missing one counts as
-// "no tool running".
+// The instrumentation-tool queries of the operating-system family, declared
+// weak: a program linking the static archive may stand in its own probes,
+// and a missing one counts as "no tool running".
 extern "C" {
 int ktIsPurifyRunning(void) __attribute__((weak));
 int ktIsQuantifyRunning(void) __attribute__((weak));
