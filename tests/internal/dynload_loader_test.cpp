@@ -21,8 +21,9 @@ using kttest::Fixture;
 using kttest::U;
 namespace dynload = kt::internal::dynload;
 
-// Until the operating-system family is linked in, these answer for it; once
-// it is, its own answers are used and the expectations follow them.
+// Stand-ins for the memory-tool probes: the loader's references are weak,
+// so the archive's own probes are not linked in for them. Were they linked
+// in, theirs would win and the expectations below follow their answers.
 int g_tool = 0;  // 1 Purify, 2 Quantify, 3 coverage
 extern "C" __attribute__((weak)) int ktIsPurifyRunning(void) { return g_tool == 1; }
 extern "C" __attribute__((weak)) int ktIsQuantifyRunning(void) { return g_tool == 2; }
