@@ -43,8 +43,10 @@ TEST(ConverterCache, AliasesShareOneConverterPerThread) {
   EXPECT_NE(other, utf8);
 }
 
-// popTssDefaultConvName has no stack: it goes back to ICU's default.
-TEST(ConverterCache, PushTwicePopOnceGivesIcuDefault) {
+// The thread's default encoding: named canonically, no stack behind push
+// and pop (a pop goes back to ICU's default), scopes that nest and
+// restore, other threads unaffected, and used by the lcp conversions.
+TEST(ConverterCache, ThreadDefaultEncoding) {
   UnicodeConverterX::pushTssDefaultConvName("sjis");
   EXPECT_EQ(DefaultEncoding(), "ibm-943_P15A-2003");  // canonical, not as pushed
   EXPECT_EQ(Cached(nullptr), Cached("Shift_JIS"));
@@ -52,34 +54,25 @@ TEST(ConverterCache, PushTwicePopOnceGivesIcuDefault) {
   UnicodeConverterX::popTssDefaultConvName();
   EXPECT_EQ(DefaultEncoding(), ucnv_getDefaultName());
   EXPECT_EQ(Cached(nullptr), Cached(ucnv_getDefaultName()));
-}
-
-TEST(ConverterCache, ThreadDefaultsAreIndependentAndUsed) {
-  AutoRestoreUnicodeConverterName scope("KOI8-R");
-  std::string seen;
-  std::thread([&] {
-    seen = DefaultEncoding();
-    UnicodeConverterX::pushTssDefaultConvName("Big5");
-  }).join();
-  EXPECT_EQ(seen, ucnv_getDefaultName());
-  EXPECT_EQ(DefaultEncoding(), "ibm-878_P100-1996");
-  std::unique_ptr<char, void (*)(void*)> koi(utf16_to_lcp(u"\u0416", 1), ktFree);
-  EXPECT_STREQ(koi.get(), "\xf6");
-}
-
-TEST(ConverterCache, AutoRestoreNestsAndRestores) {
-  std::string outer = DefaultEncoding();
   {
-    AutoRestoreUnicodeConverterName a("Shift_JIS");
+    AutoRestoreUnicodeConverterName outer("KOI8-R");
     {
-      AutoRestoreUnicodeConverterName b("GB18030");
+      AutoRestoreUnicodeConverterName inner("GB18030");
       EXPECT_EQ(DefaultEncoding(), "gb18030");
     }
-    EXPECT_EQ(DefaultEncoding(), "ibm-943_P15A-2003");
+    EXPECT_EQ(DefaultEncoding(), "ibm-878_P100-1996");
     EXPECT_THROW(AutoRestoreUnicodeConverterName bad("no-such-set"), InvalidCharacterSetException);
-    EXPECT_EQ(DefaultEncoding(), "ibm-943_P15A-2003");
+    std::string seen;
+    std::thread([&] {
+      seen = DefaultEncoding();
+      UnicodeConverterX::pushTssDefaultConvName("Big5");
+    }).join();
+    EXPECT_EQ(seen, ucnv_getDefaultName());
+    EXPECT_EQ(DefaultEncoding(), "ibm-878_P100-1996");
+    std::unique_ptr<char, void (*)(void*)> koi(utf16_to_lcp(u"\u0416", 1), ktFree);
+    EXPECT_STREQ(koi.get(), "\xf6");
   }
-  EXPECT_EQ(DefaultEncoding(), outer);
+  EXPECT_EQ(DefaultEncoding(), ucnv_getDefaultName());
 }
 
 TEST(ConverterCache, UnknownNamesThrowEverywhere) {
@@ -132,10 +125,10 @@ TEST(ConverterThreads, ConcurrentConversionsAgree) {
   };
   std::mt19937 rng(3);
   std::vector<Job> jobs;
-  for (const auto& e : peers::Encodings())
-    if (std::strncmp(e.icu, "UTF-16", 6) != 0 && std::strncmp(e.icu, "UTF-32", 6) != 0) {
+  for (const char* e : peers::kEncodings)
+    if (std::strncmp(e, "UTF-16", 6) != 0 && std::strncmp(e, "UTF-32", 6) != 0) {
       std::u16string text = peers::RandomText(e, 200 + rng() % 1500, rng);
-      jobs.push_back({e.icu, text, peers::IcuFromUtf16(peers::Open(e.icu).get(), text)});
+      jobs.push_back({e, text, peers::IcuFromUtf16(peers::Open(e).get(), text)});
     }
   std::atomic<int> failures{0};
   std::vector<std::thread> threads;

@@ -4,7 +4,6 @@
 #include "kt/sysinfo.h"
 
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
@@ -15,7 +14,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -60,23 +58,12 @@ std::string TakeOsCompat() {
   return copy;
 }
 
-// In a child: sends every record of both channels to a file by way of
-// standard error, and returns its name.
-std::string CaptureDiagnostics() {
-  std::string path = ::testing::TempDir() + "kt_sysinfo_log_" + std::to_string(getpid());
-  int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  dup2(fd, 2);
-  close(fd);
+// In a child: every record of both channels from now on, and standard
+// error, captured for GetCapturedStderr.
+void CaptureDiagnostics() {
   ktSetDiagnosticMask("sysinfo", ~0u);
   ktSetDiagnosticMask("thread_recommendation", ~0u);
-  return path;
-}
-
-std::string ReadAndRemove(const std::string& path) {
-  std::stringstream text;
-  text << std::ifstream(path).rdbuf();
-  std::remove(path.c_str());
-  return text.str();
+  testing::internal::CaptureStderr();
 }
 
 }  // namespace
@@ -105,10 +92,10 @@ TEST(Sysinfo, OsCompatFromLsbRelease) {
     if (c.script) std::ofstream(dir + "/lsb_release") << "#!/bin/sh\n" << c.script << "\n";
     for (const char* tool : {"/uname", "/lsb_release"}) chmod((dir + tool).c_str(), 0755);
     std::string got = InChild([&] {
-      std::string logPath = CaptureDiagnostics();
+      CaptureDiagnostics();
       setenv("PATH", dir.c_str(), 1);
       std::string result = TakeOsCompat();
-      std::string log = ReadAndRemove(logPath);
+      std::string log = testing::internal::GetCapturedStderr();
       if (log.find(" osName=" + result) == std::string::npos ||
           (c.logged != nullptr && log.find(c.logged) == std::string::npos))
         return "diagnostics missing: " + log;
@@ -121,22 +108,21 @@ TEST(Sysinfo, OsCompatFromLsbRelease) {
 
 TEST(Sysinfo, ConcurrentFirstCallsComputeOnce) {
   std::string got = InChild([] {
-    std::string logPath = CaptureDiagnostics();
+    CaptureDiagnostics();
     std::vector<std::string> answers(8);
     std::atomic<bool> go{false};
     std::vector<std::thread> threads;
     for (std::string& answer : answers)
       threads.emplace_back([&answer, &go] {
         while (!go.load()) std::this_thread::yield();
-        uint64_t cores = ktGetNumAllCores();
-        answer = std::to_string(cores) + "|" + TakeOsCompat() + "|" +
+        answer = std::to_string(ktGetNumAllCores()) + "|" + TakeOsCompat() + "|" +
                  std::to_string(reinterpret_cast<uintptr_t>(ktGetOS()));
       });
     go = true;
     for (std::thread& thread : threads) thread.join();
     for (const std::string& answer : answers)
       if (answer != answers[0]) return "disagree: " + answer + " vs " + answers[0];
-    std::string log = ReadAndRemove(logPath);
+    std::string log = testing::internal::GetCapturedStderr();
     for (const char* record : {" osName=", " include_smt="})
       if (log.find(record) == std::string::npos || log.find(record) != log.rfind(record))
         return "not computed once: " + log;
@@ -151,19 +137,16 @@ TEST(Sysinfo, MemoryToolQueries) {
   const struct {
     int loadFlags;  // how the fake tools' library is loaded; 0: not at all
     const char* answers;
-  } cases[] = {
-      {0, "0 0 0 0 0"},
-      {RTLD_NOW | RTLD_LOCAL, "0 0 0 0 0"},
-      {RTLD_NOW | RTLD_GLOBAL, "11 22 33 0 1"},
-  };
+  } cases[] = {{0, "0 0 0 0 0 "}, {RTLD_NOW | RTLD_LOCAL, "0 0 0 0 0 "},
+               {RTLD_NOW | RTLD_GLOBAL, "11 22 33 0 1 "}};
   for (const auto& c : cases) {
     std::string got = InChild([&c] {
       if (c.loadFlags && !dlopen(KT_TEST_SO_DIR "/libmemory_tools_so.so", c.loadFlags))
         return std::string(dlerror());
-      int answers[] = {ktIsPurifyRunning(), ktIsQuantifyRunning(), ktIsCoverageRunning(),
-                       ktIsValgrindRunning(), ktIsMemoryDiagnosticToolRunning()};
       std::string text;
-      for (int answer : answers) text += (text.empty() ? "" : " ") + std::to_string(answer);
+      for (int answer : {ktIsPurifyRunning(), ktIsQuantifyRunning(), ktIsCoverageRunning(),
+                         ktIsValgrindRunning(), ktIsMemoryDiagnosticToolRunning()})
+        text += std::to_string(answer) + " ";
       return text;
     });
     EXPECT_EQ(got, c.answers) << c.loadFlags;

@@ -1,13 +1,11 @@
 // Clocks and performance counters through libkt.so: each clock against the
-// C library's own reading, the PERF count per virtual-machine context, and
-// the stubs of other platforms.
+// C library's own reading, and the PERF count per virtual-machine context.
 #include "kt/clocks.h"
 
 #include <sys/times.h>
 #include <time.h>
 #include <unistd.h>
 
-#include <cmath>
 #include <cstdlib>
 
 #include <gtest/gtest.h>
@@ -21,10 +19,8 @@ TEST(Clocks, ReadingsAgreeWithTheCLibrary) {
   uint64_t nano = ktPosixRtPerfCount();
   clock_gettime(CLOCK_REALTIME, &after);
   auto ns = [](const timespec& t) { return uint64_t(t.tv_sec) * 1000000000u + uint64_t(t.tv_nsec); };
-  EXPECT_LE(ns(before) / 1000, micro);
-  EXPECT_LE(micro, ns(after) / 1000);
-  EXPECT_LE(ns(before), nano);
-  EXPECT_LE(nano, ns(after));
+  EXPECT_TRUE(ns(before) / 1000 <= micro && micro <= ns(after) / 1000) << micro;
+  EXPECT_TRUE(ns(before) <= nano && nano <= ns(after)) << nano;
   timespec resolution;
   clock_getres(CLOCK_REALTIME, &resolution);
   EXPECT_EQ(ktPosixRtPerfSpeed(), double(resolution.tv_nsec)) << "a resolution, not a speed";
@@ -44,24 +40,18 @@ TEST(Clocks, WallClockIsLocalTime) {
   int dst = ktWallClockDST(fields, &isDst);
   tm local;
   localtime_r(&now, &local);
-  EXPECT_EQ(fields[0], 1900 + local.tm_year);
-  EXPECT_EQ(fields[1], local.tm_mon + 1);
-  EXPECT_EQ(fields[3], local.tm_hour);
-  EXPECT_EQ(dst, local.tm_isdst);
-  EXPECT_EQ(isDst, local.tm_isdst > 0);
+  EXPECT_TRUE(fields[0] == 1900 + local.tm_year && fields[1] == local.tm_mon + 1 && fields[3] == local.tm_hour);
+  EXPECT_TRUE(dst == local.tm_isdst && isDst == (local.tm_isdst > 0));
   EXPECT_GT(ktRealtime(), (2026 - 2004) * 365.0 * 86400);  // the formula is tested internally
   unsetenv("TZ");
   tzset();
 }
 
 TEST(Clocks, PerfTicTocAndResolution) {
-  EXPECT_EQ(ktPERFspeed(), 1e6);
-  EXPECT_EQ(ktGettimeofdaySpeed(), 1e6);
-  EXPECT_EQ(ktGetPERFspeed(), 1e6);
+  EXPECT_TRUE(ktPERFspeed() == 1e6 && ktGettimeofdaySpeed() == 1e6 && ktGetPERFspeed() == 1e6);
   uint64_t start = ktPERFtic(false);
   double elapsed = ktPERFtoc(true, start, 0);
-  EXPECT_GE(elapsed, 0);
-  EXPECT_LT(elapsed, 1);
+  EXPECT_TRUE(elapsed >= 0 && elapsed < 1) << elapsed;
   EXPECT_NEAR(ktPERFtoc(false, start - 2000000, 2e6), 1.0, 0.1) << "the caller's speed";
   double resolution = ktPERFresolution(false, 1e6);
   EXPECT_TRUE(resolution == 0 || resolution >= 1e-6);
@@ -81,12 +71,4 @@ TEST(Clocks, PerfCountBelongsToTheVirtualMachineContext) {
   ktLeaveVmContext();
   ktDeleteVmContext(vm);
   ktSetPERFcount(0);
-}
-
-TEST(Clocks, StubsOfOtherPlatforms) {
-  for (uint64_t zero : {ktWinPerfCount(), ktWinTime(), ktWinSysTime(), ktSol2PerfCount(),
-                        ktMacPerfCountAudio(), ktMacPerfCountAudioNanos(), ktMacPerfCountMach()})
-    EXPECT_EQ(zero, 0u);
-  for (double nan : {ktWinPerfSpeedOS(), ktMacPerfSpeedAudio(), ktMacPerfSpeedMach()})
-    EXPECT_TRUE(std::isnan(nan));
 }

@@ -41,17 +41,10 @@ inline const std::string kHistoryFull = "Warning: Profiler history table is full
 
 enum Op : uint8_t { kEntry, kExit, kLine, kStart, kSuspend, kResume, kHistoryOn, kHistoryOff,
                     kReset, kJump, kOpCount };
-struct Step {
-  Op op;
-  int32_t value;  // function index (entry, exit), line, or clock jump
-  int32_t data;   // data word index (entry, exit)
-};
-
-struct Link {
-  void* other;
-  uint32_t count;
-  double time;  // children only
-};
+// value: the function index (entry, exit), line, or clock jump; data: the
+// data word index (entry, exit).
+struct Step { Op op; int32_t value, data; };
+struct Link { void* other; uint32_t count; double time; };  // time: children only
 
 struct Function {
   void* data = nullptr;
@@ -81,11 +74,7 @@ struct Function {
   }
 };
 
-struct Event {
-  void* function;
-  uint32_t exit;
-  double time;
-};
+struct Event { void* function; uint32_t exit; double time; };
 
 struct Model {
   std::map<void*, Function> functions;
@@ -146,8 +135,7 @@ struct Model {
     depth = historyCount = 0, logging = false, now = 0, initialized = keepInitialized;
   }
   int Apply(const Step& s) {  // returns the error code the step raises
-    void* f = &kFunctions[s.value & 255];
-    void* data = &kData[s.data & 1];
+    void *f = &kFunctions[s.value & 255], *data = &kData[s.data & 1];
     bool on = initialized;
     switch (s.op) {
       case kEntry: if (on) Entry(f, data); break;
@@ -178,8 +166,7 @@ inline int ApplyToProfiler(ktProfiler* p, const Step& s) {
   struct Call { ktProfiler* p; const Step* s; } call = {p, &s};
   auto body = [](kt_error_context*, void* data) {
     auto [q, step] = *static_cast<Call*>(data);
-    void* f = &kFunctions[step->value & 255];
-    void* d = &kData[step->data & 1];
+    void *f = &kFunctions[step->value & 255], *d = &kData[step->data & 1];
     switch (step->op) {
       case kEntry: ktProfLogFunctionEntry(q, f, d); break;
       case kExit: ktProfLogFunctionExit(q, f, d); break;
