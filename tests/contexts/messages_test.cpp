@@ -10,14 +10,13 @@
 #include <string>
 #include <vector>
 
+#include "support/counting_context.h"
+
 namespace {
 
 constexpr int Code(int module, int entry) { return module << 16 | entry; }
 
-int Append(void* data, const char* text, int length) {
-  static_cast<std::string*>(data)->append(text, static_cast<size_t>(length));
-  return length;
-}
+using kttest::AppendToString;
 
 // One module's table built at run time, usable as a primary table (its
 // texts double as mnemonics) and as a language table.
@@ -57,7 +56,7 @@ class Messages : public ::testing::Test {
     std::string out;
     va_list a;
     va_start(a, code);
-    kt_vprintm(&mc, Append, &out, code, a);
+    kt_vprintm(&mc, AppendToString, &out, code, a);
     va_end(a);
     return out;
   }
@@ -234,7 +233,7 @@ TEST_F(Messages, HoleKinds) {
 
 TEST_F(Messages, UnknownCodePrintsBadMessageCodeWithoutRecursion) {
   std::string out;
-  EXPECT_EQ(kt_printm(&mc, Append, &out, Code(77, 3)), 0);
+  EXPECT_EQ(kt_printm(&mc, AppendToString, &out, Code(77, 3)), 0);
   EXPECT_EQ(out,
             "Internal Error: Attempt to format a message for an unregistered module 77 entry 3.\n");
   // Without module 0 the explanation is unknown too: nothing is printed and
@@ -242,8 +241,8 @@ TEST_F(Messages, UnknownCodePrintsBadMessageCodeWithoutRecursion) {
   kt_message_table moduleZero = {15, 0, nullptr, nullptr, nullptr, ""};
   ASSERT_EQ(kt_remove_primary_message_table(&status, &mc, &moduleZero), 0);
   std::string none;
-  EXPECT_EQ(kt_printm(&mc, Append, &none, Code(77, 3)), 0);
-  EXPECT_EQ(kt_printm(&mc, Append, &none, KT_BAD_MSG_CODE, 1, 2), 0);
+  EXPECT_EQ(kt_printm(&mc, AppendToString, &none, Code(77, 3)), 0);
+  EXPECT_EQ(kt_printm(&mc, AppendToString, &none, KT_BAD_MSG_CODE, 1, 2), 0);
   EXPECT_EQ(none, "\n");  // only the newline after the missing explanation
 }
 
@@ -291,7 +290,7 @@ TEST_F(Messages, RandomMessagesMatchSnprintf) {
     char expected[1024];
     std::snprintf(expected, sizeof expected, text.c_str(), i, d, str.c_str(), ll, u);
     std::string out;
-    int n = kt_printm(&mc, Append, &out, Code(9, 1), i, d, str.c_str(), ll, u);
+    int n = kt_printm(&mc, AppendToString, &out, Code(9, 1), i, d, str.c_str(), ll, u);
     EXPECT_EQ(out, expected) << text;
     EXPECT_EQ(n, static_cast<int>(out.size()));
     ASSERT_EQ(Remove(t), 0);
@@ -322,7 +321,7 @@ TEST_F(Messages, ExplainingFailures) {
     EXPECT_EQ(call, c.call);
   }
   std::string out;
-  kt_print_message_context_error(&mc, Append, &out, Code(5, 3), KT_TOO_MANY_STRINGS);
+  kt_print_message_context_error(&mc, AppendToString, &out, Code(5, 3), KT_TOO_MANY_STRINGS);
   EXPECT_EQ(out, "Internal Error: Module 5 has only 2 codes, but the table has more strings than "
                  "this.\n");
 }

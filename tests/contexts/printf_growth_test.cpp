@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "kt/output.h"
+#include "support/console_capture.h"
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 #define KT_COUNT_REALLOC 1
@@ -29,20 +30,10 @@ extern "C" void* realloc(void* p, size_t n) {
 
 namespace {
 
-int Discard(const char*, void* data) {
-  *static_cast<size_t*>(data) += 1;
-  return 0;
-}
-
 [[maybe_unused]] std::vector<size_t> GrowthFor(size_t length) {
   std::vector<size_t> sizes;
   std::string text(length, 'q');
-  size_t calls = 0;
-  ktVprintfFunction o;
-  void* d;
-  ktPrintfHotFunction h;
-  ktGetVprintfCallbacks(&o, &d, &h);
-  ktSetVprintfCallbacks(Discard, &calls, nullptr);
+  kttest::ConsoleCapture console;
 #ifdef KT_COUNT_REALLOC
   sizes.reserve(16);
   g_sizes = &sizes;
@@ -53,9 +44,9 @@ int Discard(const char*, void* data) {
   g_recording = false;
   g_sizes = nullptr;
 #endif
-  ktSetVprintfCallbacks(o, d, h);
   EXPECT_EQ(n, static_cast<int>(length));
-  EXPECT_EQ(calls, 1u);
+  EXPECT_EQ(console.text, text);
+  EXPECT_EQ(console.calls, 1);
   return sizes;
 }
 
