@@ -45,26 +45,6 @@ void DestroyLog(ktWarningLog* log) {
 
 }  // namespace
 
-TEST(WarningSlots, CurrentManagerIsPerProductContext) {
-  kttest::Contexts contexts;
-  ktWarningManagerContext* a = ktNewWarningManager(&contexts.memory);
-  ktWarningManagerContext* b = ktNewWarningManager(&contexts.memory);
-
-  ktSetWarningManagerContext(a);
-  EXPECT_EQ(ktGetWarningManagerContext(), a);
-  EXPECT_EQ(ktGetWarningManagerContextSafe(), nullptr) << "no virtual-machine context active";
-  {
-    EnteredContext entered;
-    EXPECT_EQ(ktGetWarningManagerContext(), nullptr) << "a new context has no manager yet";
-    ktSetWarningManagerContext(b);
-    EXPECT_EQ(ktGetWarningManagerContextSafe(), b);
-  }
-  EXPECT_EQ(ktGetWarningManagerContext(), a);
-  ktSetWarningManagerContext(nullptr);
-  ktDeleteWarningManager(a);
-  ktDeleteWarningManager(b);
-}
-
 TEST(WarningSlots, LogFactoryAndDestroyApplyOnlyInsideAContext) {
   kttest::Contexts contexts;
   gMade = gDestroyed = 0;
@@ -99,11 +79,22 @@ TEST(WarningSlots, LogFactoryAndDestroyApplyOnlyInsideAContext) {
   ktDeleteWarningManager(defaulted);
 }
 
-TEST(WarningSlots, ConcurrentReadersSeeOldOrNewManager) {
+// The current manager is per product context; readers on other threads
+// see the old or the new one while it changes.
+TEST(WarningSlots, CurrentManagerIsPerContextAndConcurrentReadersSeeOldOrNew) {
   kttest::Contexts contexts;
   ktWarningManagerContext* a = ktNewWarningManager(&contexts.memory);
   ktWarningManagerContext* b = ktNewWarningManager(&contexts.memory);
   ktSetWarningManagerContext(a);
+  EXPECT_EQ(ktGetWarningManagerContext(), a);
+  EXPECT_EQ(ktGetWarningManagerContextSafe(), nullptr) << "no virtual-machine context active";
+  {
+    EnteredContext entered;
+    EXPECT_EQ(ktGetWarningManagerContext(), nullptr) << "a new context has no manager yet";
+    ktSetWarningManagerContext(b);
+    EXPECT_EQ(ktGetWarningManagerContextSafe(), b);
+  }
+  EXPECT_EQ(ktGetWarningManagerContext(), a);
   std::atomic<bool> stop{false};
   std::atomic<int> bad{0};
   std::vector<std::thread> readers;
@@ -114,8 +105,7 @@ TEST(WarningSlots, ConcurrentReadersSeeOldOrNewManager) {
         if (m != a && m != b) ++bad;
       }
     });
-  for (int i = 0; i < 20000; ++i)
-    ktSetWarningManagerContext(i % 2 ? a : b);
+  for (int i = 0; i < 20000; ++i) ktSetWarningManagerContext(i % 2 ? a : b);
   stop = true;
   for (auto& t : readers) t.join();
   EXPECT_EQ(bad, 0);
