@@ -64,9 +64,7 @@ TEST_F(ErrorContext, ForeignExceptionsAreSwallowedAndNullIdentifierIsALogicError
 
 // The inner catch function raises a second error while handling the
 // first: the inner frame (whose catch is running) must not be offered it.
-struct Trace {
-  std::vector<std::string> events;
-};
+using Trace = std::vector<std::string>;
 
 TEST_F(ErrorContext, ErrorRaisedInACatchFunctionGoesOnlyOutward) {
   Trace trace;
@@ -74,17 +72,17 @@ TEST_F(ErrorContext, ErrorRaisedInACatchFunctionGoesOnlyOutward) {
     int inner = kt_try_catch(c, d, [](kt_error_context* c2, void*) {
       kt_error(c2, kFirst, "a", 1);
     }, [](kt_error_context* c2, void* d2, int raised, va_list) {
-      static_cast<Trace*>(d2)->events.push_back("inner " + std::to_string(raised & 0xFFFF));
+      static_cast<Trace*>(d2)->push_back("inner " + std::to_string(raised & 0xFFFF));
       if (raised == kFirst) kt_error(c2, kSecond);
       return 1;
     });
-    static_cast<Trace*>(d)->events.push_back("inner returned " + std::to_string(inner));
+    static_cast<Trace*>(d)->push_back("inner returned " + std::to_string(inner));
   }, [](kt_error_context*, void* d, int raised, va_list) {
-    static_cast<Trace*>(d)->events.push_back("outer " + std::to_string(raised & 0xFFFF));
+    static_cast<Trace*>(d)->push_back("outer " + std::to_string(raised & 0xFFFF));
     return 1;
   });
   EXPECT_EQ(outer, kSecond);
-  EXPECT_EQ(trace.events, (std::vector<std::string>{"inner 1", "outer 2"}));
+  EXPECT_EQ(trace, (Trace{"inner 1", "outer 2"}));
 }
 
 // Model-based: a random chain of frames F1 (outermost) .. Fn, each

@@ -139,7 +139,9 @@ TEST_F(MemoryContext, EveryAllocatingEntryRaisesOutOfMemoryOnce) {
   EXPECT_EQ(kt_mem_alloc(&mem, 0), nullptr) << "size 0 never calls allocate";
 }
 
-TEST_F(MemoryContext, ReallocToZeroReleasesEvenNullAndStrdupCopies) {
+// Realloc to 0 releases (even null); strdup copies; a new context keeps
+// the given functions and deleting it releases its one block.
+TEST_F(MemoryContext, ReallocToZeroStrdupAndNewContext) {
   size_t releases = ledger.releases, allocations = ledger.allocations;
   EXPECT_EQ(kt_mem_realloc(&mem, nullptr, 0), nullptr);
   EXPECT_EQ(ledger.releases, releases + 1) << "release(null) is called";
@@ -150,6 +152,12 @@ TEST_F(MemoryContext, ReallocToZeroReleasesEvenNullAndStrdupCopies) {
   char* s = kt_mem_strdup(&mem, "duplicate me");
   EXPECT_STREQ(s, "duplicate me");
   kt_mem_free(&mem, s);
+  kt_mem_context* m = kt_new_memory_context(&c.errors, kttest::CountingAllocate,
+                                            kttest::CountingReallocate, kttest::CountingRelease);
+  EXPECT_EQ(c.LiveBlocks(), 1u);
+  EXPECT_EQ(m->release, &kttest::CountingRelease);
+  kt_delete_memory_context(m);
+  EXPECT_EQ(ledger.releases, releases + 4);
 }
 
 // Blocks from alloc and calloc (which must clear what it hands out, often
@@ -189,16 +197,6 @@ TEST_F(MemoryContext, RandomAllocationModel) {
     model[q] = {n, info.second};
   }
   for (auto& [p, info] : model) kt_mem_free(&mem, p);
-}
-
-TEST_F(MemoryContext, NewAndDeleteUseTheGivenFunctions) {
-  size_t releases = ledger.releases;
-  kt_mem_context* m = kt_new_memory_context(&c.errors, kttest::CountingAllocate,
-                                            kttest::CountingReallocate, kttest::CountingRelease);
-  EXPECT_EQ(c.LiveBlocks(), 1u);
-  EXPECT_EQ(m->release, &kttest::CountingRelease);
-  kt_delete_memory_context(m);
-  EXPECT_EQ(ledger.releases, releases + 1);
 }
 
 // A malformed table registered through a memory context becomes a raised

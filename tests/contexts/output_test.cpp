@@ -132,7 +132,6 @@ TEST(Output, PutsPutsnAndStreams) {
   EXPECT_EQ(c.text, "hello one two 3");
 }
 
-int NegativePutsn(void*, const char*, int) { return -9; }
 int CollectPuts(const char* text, void* data) {
   *static_cast<std::string*>(data) += text;
   return 1;
@@ -145,7 +144,7 @@ TEST(Output, AdaptersRoundTrip) {
   // putsn -> puts -> putsn: the counted text arrives unchanged.
   EXPECT_EQ(kt_puts_to_putsn(&outer, "abcdef", 4), 4);
   EXPECT_EQ(got, "abcd");
-  kt_putsn_pair failing = {NegativePutsn, nullptr};
+  kt_putsn_pair failing = {[](void*, const char*, int) { return -9; }, nullptr};
   EXPECT_EQ(kt_putsn_to_puts("x", &failing), -1);
   std::string collected;
   kt_puts_pair direct = {CollectPuts, &collected};
