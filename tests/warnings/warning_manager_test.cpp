@@ -127,7 +127,8 @@ TEST_F(WarningManagerTest, FreshDefaultsModesHookAndRange) {
 
 // Both forms record the last warning: the catalogue form builds the
 // identifier, the text form keeps the formatted text. Mode 4 off stops the
-// recording but not the callback, which a suppressed warning does not fire.
+// recording but not the callback, which a suppressed warning does not fire;
+// setting a callback hands back the previous one.
 TEST_F(WarningManagerTest, LoggingRecordsTheLastWarningAndFiresTheCallback) {
   std::string id;
   cx::ustring message;
@@ -161,6 +162,17 @@ TEST_F(WarningManagerTest, LoggingRecordsTheLastWarningAndFiresTheCallback) {
   EXPECT_EQ(callbacks, 3) << "the swap hands back the previous callback";
   ktCallRegisteredWarningCallback(manager_);
   EXPECT_EQ(callbacks, 13);
+
+  // The last printed identifier, in both forms.
+  const char* out = nullptr;
+  ktSetLastPrintedWarningId(manager_, "Foo:bar");
+  EXPECT_STREQ(ktGetLastPrintedWarningId(manager_, &out), "Foo:bar");
+  EXPECT_STREQ(out, "Foo:bar");
+  ktSetLastPrintedWarningId(manager_, std::string("X:y"));
+  ktGetLastPrintedWarningId(manager_, id);
+  EXPECT_EQ(id, "X:y");
+  EXPECT_THROW(ktSetLastPrintedWarningId(manager_, static_cast<const char*>(nullptr)),
+               std::logic_error);
 }
 
 namespace {
@@ -196,24 +208,8 @@ TEST_F(WarningManagerTest, AWarningLogTakesOverBothForms) {
   ktSetWarningLog(manager_, nullptr);  // not deleted by the manager
 }
 
-TEST_F(WarningManagerTest, LastPrintedIdentifierForms) {
-  ktSetLastPrintedWarningId(manager_, "Foo:bar");
-  const char* out = nullptr;
-  EXPECT_STREQ(ktGetLastPrintedWarningId(manager_, &out), "Foo:bar");
-  EXPECT_STREQ(out, "Foo:bar");
-  std::string s;
-  ktSetLastPrintedWarningId(manager_, std::string("X:y"));
-  ktGetLastPrintedWarningId(manager_, s);
-  EXPECT_EQ(s, "X:y");
-  EXPECT_THROW(ktSetLastPrintedWarningId(manager_, static_cast<const char*>(nullptr)),
-               std::logic_error);
-}
-
 TEST(WarningIdentifier, Validity) {
-  struct Case {
-    const char* text;
-    bool valid;
-  } cases[] = {{"a:b", true},   {"a", false},      {"a:", false},       {":a:b", false},
+  struct Case { const char* text; bool valid; } cases[] = {{"a:b", true},   {"a", false},      {"a:", false},       {":a:b", false},
                {"1a:b", false}, {"a_1:b2", true},  {"a::b", false},     {"", false},
                {"A:b:C", true}, {"a:_b", false},   {"a:b-c", false},    {"a:b\xc3\xa9", false},
                {"Ab9_:Z", true}, {"a:b ", false}};

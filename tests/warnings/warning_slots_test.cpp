@@ -15,14 +15,10 @@
 namespace {
 
 // Enters a new context for the guard's lifetime, on this thread.
-class EnteredContext {
-public:
-  EnteredContext() : vm(ktNewVmContext()) { ktEnterVmContext(vm); }
-  ~EnteredContext() {
-    ktLeaveVmContext();
-    ktDeleteVmContext(vm);
-  }
-  kt_vm_context* vm;
+struct EnteredContext {
+  kt_vm_context* vm = ktNewVmContext();
+  EnteredContext() { ktEnterVmContext(vm); }
+  ~EnteredContext() { ktLeaveVmContext(); ktDeleteVmContext(vm); }
 };
 
 struct NullLog : ktWarningLog {
@@ -32,16 +28,9 @@ struct NullLog : ktWarningLog {
                   const resource_core::BaseMsgID&, bool) override {}
 };
 
-int gMade = 0;
-int gDestroyed = 0;
-ktWarningLog* MakeLog() {
-  ++gMade;
-  return new NullLog;
-}
-void DestroyLog(ktWarningLog* log) {
-  ++gDestroyed;
-  delete log;
-}
+int gMade = 0, gDestroyed = 0;
+ktWarningLog* MakeLog() { ++gMade; return new NullLog; }
+void DestroyLog(ktWarningLog* log) { ++gDestroyed; delete log; }
 
 }  // namespace
 
