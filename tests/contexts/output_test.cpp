@@ -8,11 +8,32 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
+
+// realloc (which ktRealloc calls) is interposed to see ktPrintf's growth
+// steps; sanitizer builds bring their own allocator, so there the growth
+// test only checks the text.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#define KT_COUNT_REALLOC 1
+extern "C" void* __libc_realloc(void*, size_t);
+namespace {
+bool g_recording = false;
+std::vector<size_t>* g_sizes = nullptr;
+}  // namespace
+extern "C" void* realloc(void* p, size_t n) {
+  if (g_recording && g_sizes) {
+    g_recording = false;  // the vector may allocate
+    g_sizes->push_back(n);
+    g_recording = true;
+  }
+  return __libc_realloc(p, n);
+}
+#endif
 
 namespace {
 
@@ -81,6 +102,40 @@ TEST(Output, PrintfMatchesAFittingBufferAtEveryBoundary) {
         ASSERT_EQ(c.calls, 1);
         ASSERT_TRUE(variant == 1 || n == static_cast<int>(length + 2)) << "length " << length;
       }
+}
+
+// The realloc sizes of one ktPrintf of `length` bytes.
+std::vector<size_t> GrowthFor(size_t length) {
+  std::vector<size_t> sizes;
+  std::string text(length, 'q');
+  Capture console;
+#ifdef KT_COUNT_REALLOC
+  sizes.reserve(16);
+  g_sizes = &sizes;
+  g_recording = true;
+#endif
+  int n = ktPrintf("%s", text.c_str());
+#ifdef KT_COUNT_REALLOC
+  g_recording = false;
+  g_sizes = nullptr;
+#endif
+  EXPECT_EQ(n, static_cast<int>(length));
+  EXPECT_EQ(console.text, text);
+  EXPECT_EQ(console.calls, 1);
+  return sizes;
+}
+
+// The stack holds up to 1022 bytes; above, the heap buffer doubles, or
+// goes straight to n + 1 when that is at least twice the old size.
+TEST(Output, PrintfGrowthStackThenDoublingOrExactFit) {
+  const std::pair<size_t, std::vector<size_t>> cases[] = {
+      {1022, {}}, {1023, {2046}}, {2045, {2046}}, {2046, {2047}}, {10000, {10001}}};
+  for (const auto& [length, sizes] : cases) {
+    std::vector<size_t> seen = GrowthFor(length);
+#ifdef KT_COUNT_REALLOC
+    EXPECT_EQ(seen, sizes) << length;
+#endif
+  }
 }
 
 TEST(Output, RandomFormatsMatchSnprintf) {
