@@ -33,6 +33,18 @@ protected:
   ktWarningManagerContext* manager_ = nullptr;
 };
 
+class MockWarningLog : public ktWarningLog {
+public:
+  MOCK_METHOD(void, logWarning,
+              (ktWarningManagerContext*, const std::string&, const cx::ustring&, va_list*,
+               const cx::ustring&, bool),
+              (override));
+  MOCK_METHOD(void, logWarning,
+              (ktWarningManagerContext*, const boost::optional<std::string>&,
+               const resource_core::BaseMsgID&, bool),
+              (override));
+};
+
 std::string Lower(std::string s) {
   for (auto& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   return s;
@@ -132,10 +144,7 @@ TEST_F(WarningManagerTest, FreshDefaultsModesHookAndRange) {
 TEST_F(WarningManagerTest, LoggingRecordsTheLastWarningAndFiresTheCallback) {
   std::string id;
   cx::ustring message;
-  auto last = [&] {
-    ktGetLastWarningMsg(manager_, id, message);
-    return id;
-  };
+  auto last = [&] { ktGetLastWarningMsg(manager_, id, message); return id; };
   using resource_core::BaseMsgID;
   ktLogWarning(manager_, boost::none, BaseMsgID("ZENTRA:legacy_two_part", "x"), true);
   EXPECT_EQ(last(), "ZENTRA:x") << "the two-part legacy component is shortened";
@@ -175,19 +184,6 @@ TEST_F(WarningManagerTest, LoggingRecordsTheLastWarningAndFiresTheCallback) {
                std::logic_error);
 }
 
-namespace {
-class MockWarningLog : public ktWarningLog {
-public:
-  MOCK_METHOD(void, logWarning,
-              (ktWarningManagerContext*, const std::string&, const cx::ustring&, va_list*,
-               const cx::ustring&, bool),
-              (override));
-  MOCK_METHOD(void, logWarning,
-              (ktWarningManagerContext*, const boost::optional<std::string>&,
-               const resource_core::BaseMsgID&, bool),
-              (override));
-};
-}  // namespace
 
 TEST_F(WarningManagerTest, AWarningLogTakesOverBothForms) {
   MockWarningLog log;
