@@ -1,7 +1,6 @@
 // kt_dtoa: every mode against an exact free-format model (Steele and
 // White's digit generation in big-integer rationals) on random doubles;
-// known answers; buffer bounds. Mode 0 is compared with std::to_chars in
-// tests/internal/fpc_fastpaths_test.cpp.
+// known answers; buffer bounds; mode 0 against std::to_chars (long run).
 // kt_g_fmt: layout known answers and the bounded-buffer rule.
 #include <math.h>
 
@@ -135,6 +134,19 @@ TEST(Dtoa, EveryModeMatchesExactModel) {
             for (size_t size : {size_t(0), size_t(1), want.text.size(), want.text.size() + 1})
                 expect_buffer_rule(&fpc.ctx, x, mode, ndigits, size, want);
         }
+    }
+}
+
+// Mode 0 against std::to_chars on ten million doubles; not part of the
+// default run (the fast-path tests compare a sample):
+//   build/tests/numbers_dtoa_test --gtest_also_run_disabled_tests
+//     --gtest_filter=Dtoa.DISABLED_ShortestMatchesToCharsTenMillion
+TEST(Dtoa, DISABLED_ShortestMatchesToCharsTenMillion) {
+    Fpc fpc;
+    std::mt19937_64 rng(std::random_device{}());
+    for (long i = 0; i < 10000000; i++) {
+        double x = numtest::interesting_double(rng);
+        ASSERT_EQ(run_dtoa(&fpc.ctx, x, 0, 0), numtest::shortest_reference(x)) << std::hexfloat << x;
     }
 }
 
