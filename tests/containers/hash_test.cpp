@@ -175,16 +175,12 @@ TEST(Hash, QuasiprimeMatchesTrialDivision) {
   EXPECT_EQ(kt_hash_is_quasiprime(1009 * 1013), 1);  // above 997 squared: no factor below 1000
 }
 
+// A zero step cannot move: it ends at the floor instead of spinning.
 TEST(Hash, NextQuasiprime) {
-  EXPECT_EQ(kt_hash_next_quasiprime(nullptr, 1000, 1), 1009);
-  EXPECT_EQ(kt_hash_next_quasiprime(nullptr, 0, 1), 2);
-  EXPECT_EQ(kt_hash_next_quasiprime(nullptr, 1, 1), 2);
-  EXPECT_EQ(kt_hash_next_quasiprime(nullptr, 1023, 1), 1031);
-  EXPECT_EQ(kt_hash_next_quasiprime(nullptr, 1030, -1), 1021);
-  EXPECT_EQ(kt_hash_next_quasiprime(nullptr, -7, -1), 2);
-  // A zero step cannot move: it ends at the floor instead of spinning.
-  EXPECT_EQ(kt_hash_next_quasiprime(nullptr, 1000, 0), 2);
-  EXPECT_EQ(kt_hash_next_quasiprime(nullptr, 1009, 0), 1009);
+  const int32_t cases[][3] = {{1000, 1, 1009}, {0, 1, 2},     {1, 1, 2},       {1023, 1, 1031},
+                              {1030, -1, 1021}, {-7, -1, 2},  {1000, 0, 2},    {1009, 0, 1009}};
+  for (const auto& k : cases)
+    EXPECT_EQ(kt_hash_next_quasiprime(nullptr, k[0], k[1]), k[2]) << k[0] << " step " << k[1];
 }
 
 }  // namespace

@@ -54,24 +54,11 @@ TEST(Namehash, PoolBlockSizesAndRoom) {
   EXPECT_EQ(c.LiveBlocks(), 0u);
 }
 
-TEST(Namehash, ExhaustionInLengthFormFreesTheTemporaryCopy) {
-  Contexts c;
-  kt_namehash names;
-  kt_initialize_namehash(&names, &c.memory, 0);
-  EXPECT_STREQ(kt_namehash_add_with_length(&names, "abcdef", 3), "abc");
-  // The sanitizer build checks the heap side of the temporary copy.
-  kttest::Ledger().failAfter = 0;
-  EXPECT_EQ(c.Catch([&] { kt_namehash_add_with_length(&names, "needs a node", 12); }), 0x20001);
-  kttest::Ledger().failAfter = -1;
-  EXPECT_EQ(kt_namehash_lookup(&names, "needs a node"), nullptr);
-  kt_clear_namehash(&names);
-  EXPECT_EQ(c.LiveBlocks(), 0u);
-  EXPECT_EQ(c.BadFrees(), 0);
-}
-
-TEST(Namehash, StoresCallerPointerUntilFirstAdd) {
-  // Inserting through the embedded table before any add keeps the caller's
-  // pointer: the pool copy starts with the first kt_namehash_add.
+// Inserting through the embedded table before any add keeps the caller's
+// pointer: the pool copy starts with the first add. Exhaustion in the
+// length form frees the temporary copy (the sanitizer build checks the heap
+// side of it).
+TEST(Namehash, CallerPointerUntilFirstAddAndExhaustionInLengthForm) {
   Contexts c;
   kt_namehash names;
   kt_initialize_namehash(&names, &c.memory, 4);
@@ -82,8 +69,14 @@ TEST(Namehash, StoresCallerPointerUntilFirstAdd) {
   EXPECT_EQ(*static_cast<const char**>(element), kStatic);
   EXPECT_EQ(kt_namehash_add(&names, "static-name"), kStatic);
   EXPECT_EQ(names.currentBlock, nullptr);
+  EXPECT_STREQ(kt_namehash_add_with_length(&names, "abcdef", 3), "abc");
+  kttest::Ledger().failAfter = 0;
+  EXPECT_EQ(c.Catch([&] { kt_namehash_add_with_length(&names, "needs a node", 12); }), 0x20001);
+  kttest::Ledger().failAfter = -1;
+  EXPECT_EQ(kt_namehash_lookup(&names, "needs a node"), nullptr);
   kt_clear_namehash(&names);
   EXPECT_EQ(c.LiveBlocks(), 0u);
+  EXPECT_EQ(c.BadFrees(), 0);
 }
 
 TEST(Symtab, NullNameHashReachesProcessTable) {

@@ -1,7 +1,6 @@
 // Sets with duplicate elements, walks whose callback changes the set, and
 // growable tables. Random operation sequences against std models live in
 // fuzz/sets_fuzz.cpp.
-#include <algorithm>
 #include <map>
 #include <random>
 #include <set>
@@ -18,18 +17,14 @@ using kttest::Contexts;
 
 void* Item(int i) { return reinterpret_cast<void*>(static_cast<intptr_t>(i) * 16 + 16); }
 
-std::vector<void*> Contents(const ktSet* set) {
-  return std::vector<void*>(set->begin, set->end);
-}
+std::vector<void*> Contents(const ktSet* set) { return std::vector<void*>(set->begin, set->end); }
 
 TEST(Sets, CurrentElementRulesWithDuplicates) {
   ktSet* set = ktCreateSet();
   EXPECT_EQ(ktGetNextSetElement(set, nullptr), nullptr);
   EXPECT_EQ(ktGetPrevSetElement(set, nullptr), nullptr);
   EXPECT_EQ(ktIsElementInSet(nullptr, set), 0);
-  void* a = Item(1);
-  void* b = Item(2);
-  void* c = Item(3);
+  void *a = Item(1), *b = Item(2), *c = Item(3);
   for (void* e : {a, b, a, c})
     ktAddElementToEndOfSet(e, set);
   // Walk to the second `a` through the current position.

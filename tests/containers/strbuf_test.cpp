@@ -1,7 +1,7 @@
-// String buffers' exhaustion, a line reading known answer, a cursor as an
-// output sink, and C string literal output decoded back to the original
-// bytes. Random operation sequences against std::string models live in
-// fuzz/strbuf_fuzz.cpp.
+// String buffers' exhaustion and C string literal output decoded back to
+// the original bytes. Reading lines (a last line without a newline comes
+// with null), writing through bounded cursors and the buffers' growth are
+// checked against std::string models in fuzz/strbuf_fuzz.cpp.
 #include <cstring>
 #include <random>
 #include <string>
@@ -28,27 +28,6 @@ TEST(Strbuf, ExhaustionRaisesAndKeepsTheBuffer) {
   kt_clear_dsbuffer(&buffer);
   EXPECT_EQ(buffer.data, nullptr);
   EXPECT_EQ(c.LiveBlocks(), 0u);
-}
-
-TEST(Strbuf, LastLineWithoutNewlineComesWithNull) {
-  std::string text = "ab\nc";
-  kt_buffer_cursor cursor{&text[0], text.size()};
-  char line[10];
-  EXPECT_EQ(kt_bgets(line, 10, &cursor), line);
-  EXPECT_STREQ(line, "ab\n");
-  EXPECT_EQ(kt_bgets(line, 10, &cursor), nullptr);
-  EXPECT_STREQ(line, "c");  // the partial last line is still delivered
-}
-
-// Writing into a bounded cursor is checked against a model in the fuzz
-// target; here only its use as an output sink of the putsn shape.
-TEST(Strbuf, CursorIsAPutsnSink) {
-  char storage[3] = {'-', '-', '-'};
-  kt_buffer_cursor sink{storage, 2};
-  kt_putsn_function putsn = kt_bputsn;
-  EXPECT_EQ(putsn(&sink, "xyz", 3), 2);
-  EXPECT_EQ(storage[2], '-');  // never past the end
-  EXPECT_EQ(putsn(&sink, "xyz", 3), -1);
 }
 
 int AppendPut(const char* text, void* stream) {

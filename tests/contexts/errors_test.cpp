@@ -5,23 +5,16 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "kt/memory.h"
-#include "kt/messages.h"
 #include "kt/output.h"
+#include "support/counting_context.h"
 
 namespace {
-
-int Append(void* data, const char* text, int length) {
-  static_cast<std::string*>(data)->append(text, static_cast<size_t>(length));
-  return length;
-}
-
-int ToStderr(const char* text, void*) { return std::fputs(text, stderr); }
 
 // A module of our own with a two-hole message.
 const int kCodes[] = {(40 << 16) | 1, (40 << 16) | 2, -1};
@@ -35,61 +28,43 @@ class ErrorContext : public ::testing::Test {
  protected:
   void SetUp() override {
     int status;
-    ASSERT_EQ(kt_initialize_message_context(&status, &mc, ktMalloc, ktRealloc), 0);
-    ASSERT_EQ(kt_initialize_error_context(&status, &ec, &mc, Append, &printed), 0);
-    ASSERT_EQ(kt_add_primary_message_table(&status, &mc, &kTable, ktRealloc), 0);
+    ASSERT_EQ(kt_add_primary_message_table(&status, &contexts.messages, &kTable, std::realloc), 0);
   }
-  void TearDown() override {
-    EXPECT_EQ(ec.top, nullptr) << "a frame was left on the chain";
-    kt_clear_message_context(&mc, ktFree);
-  }
-  kt_message_context mc;
-  kt_error_context ec;
-  std::string printed;
+  void TearDown() override { EXPECT_EQ(ec.top, nullptr) << "a frame was left on the chain"; }
+  kttest::Contexts contexts;
+  kt_error_context& ec = contexts.errors;
+  std::string& printed = contexts.printed;
 };
 
 int Accept(kt_error_context*, void*, int, va_list) { return 1; }
 int Decline(kt_error_context*, void*, int, va_list) { return 0; }
 
-TEST_F(ErrorContext, AcceptedErrorCarriesItsArgumentsToTheCatchFunction) {
-  struct Seen {
-    std::string text, identifier;
-  } seen;
-  int code = kt_try_catch_id(&ec, &seen, [](kt_error_context* c, void*) {
-    kt_error(c, kFirst, "widget", 12);
-  }, [](kt_error_context* c, void* d, const char* id, int raised, va_list a) {
-    char buf[64];
-    kt_vsprintm(c->messageContext, buf, sizeof buf, raised, a);
-    static_cast<Seen*>(d)->text = buf;
-    static_cast<Seen*>(d)->identifier = id;
-    return 1;
-  });
-  EXPECT_EQ(code, kFirst);
-  EXPECT_EQ(seen.text, "first widget #12");
-  EXPECT_EQ(seen.identifier, "ZENTRA:FIRST_THING");
+TEST_F(ErrorContext, AcceptedErrorCarriesItsArgumentsAndIdentifierToTheCatchFunction) {
+  EXPECT_EQ(contexts.Catch([&] { kt_error(&ec, kFirst, "widget", 12); }), kFirst);
+  EXPECT_EQ(contexts.raisedText, "first widget #12");
+  std::string identifier;
+  EXPECT_EQ(kt_try_catch_id(&ec, &identifier, [](kt_error_context* c, void*) { kt_error(c, kSecond); },
+                            [](kt_error_context*, void* d, const char* id, int, va_list) {
+                              *static_cast<std::string*>(d) = id;
+                              return 1;
+                            }),
+            kSecond);
+  EXPECT_EQ(identifier, "ZENTRA:SECOND_THING");
   EXPECT_EQ(printed, "");  // accepted errors are not printed
 }
 
-TEST_F(ErrorContext, ForeignExceptionsAreSwallowedAtTheBoundary) {
-  EXPECT_EQ(kt_try_catch(&ec, nullptr, [](kt_error_context*, void*) {
-    throw std::runtime_error("not ours");
-  }, Accept), 0);
-  EXPECT_EQ(kt_try_catch(&ec, nullptr, [](kt_error_context*, void*) { throw 5; }, Accept), 0);
-}
-
-TEST_F(ErrorContext, NullIdentifierIsALogicErrorThatKeepsTheChain) {
-  EXPECT_EQ(kt_try_catch(&ec, nullptr, [](kt_error_context* c, void*) {
-    kt_error_id(c, nullptr, kFirst, "x", 1);
-  }, Accept), 0);
+TEST_F(ErrorContext, ForeignExceptionsAreSwallowedAndNullIdentifierIsALogicError) {
+  EXPECT_EQ(contexts.Catch([] { throw std::runtime_error("not ours"); }), 0);
+  EXPECT_EQ(contexts.Catch([] { throw 5; }), 0);
+  EXPECT_EQ(contexts.Catch([&] { kt_error_id(&ec, nullptr, kFirst, "x", 1); }), 0);
+  EXPECT_EQ(contexts.raises, 0);
   EXPECT_THROW(kt_error_id(&ec, nullptr, kSecond), std::logic_error);
   EXPECT_EQ(printed, "");
 }
 
 // The inner catch function raises a second error while handling the
 // first: the inner frame (whose catch is running) must not be offered it.
-struct Trace {
-  std::vector<std::string> events;
-};
+using Trace = std::vector<std::string>;
 
 TEST_F(ErrorContext, ErrorRaisedInACatchFunctionGoesOnlyOutward) {
   Trace trace;
@@ -97,17 +72,17 @@ TEST_F(ErrorContext, ErrorRaisedInACatchFunctionGoesOnlyOutward) {
     int inner = kt_try_catch(c, d, [](kt_error_context* c2, void*) {
       kt_error(c2, kFirst, "a", 1);
     }, [](kt_error_context* c2, void* d2, int raised, va_list) {
-      static_cast<Trace*>(d2)->events.push_back("inner " + std::to_string(raised & 0xFFFF));
+      static_cast<Trace*>(d2)->push_back("inner " + std::to_string(raised & 0xFFFF));
       if (raised == kFirst) kt_error(c2, kSecond);
       return 1;
     });
-    static_cast<Trace*>(d)->events.push_back("inner returned " + std::to_string(inner));
+    static_cast<Trace*>(d)->push_back("inner returned " + std::to_string(inner));
   }, [](kt_error_context*, void* d, int raised, va_list) {
-    static_cast<Trace*>(d)->events.push_back("outer " + std::to_string(raised & 0xFFFF));
+    static_cast<Trace*>(d)->push_back("outer " + std::to_string(raised & 0xFFFF));
     return 1;
   });
   EXPECT_EQ(outer, kSecond);
-  EXPECT_EQ(trace.events, (std::vector<std::string>{"inner 1", "outer 2"}));
+  EXPECT_EQ(trace, (Trace{"inner 1", "outer 2"}));
 }
 
 // Model-based: a random chain of frames F1 (outermost) .. Fn, each
@@ -166,11 +141,6 @@ TEST_F(ErrorContext, RandomFrameChainsUnwindToTheInnermostAcceptingFrame) {
   }
 }
 
-TEST_F(ErrorContext, PrintWritesTheMessageAndANewline) {
-  kt_error_print(&ec, kFirst, "bolt", 3);
-  EXPECT_EQ(printed, "first bolt #3\n");
-}
-
 // A handler that throws turns an uncaught raise into a C++ exception: the
 // way the basic contexts' throw hook leaves the library.
 struct HookError {
@@ -182,7 +152,9 @@ void ThrowingHandler(void* data, const char* identifier, int code) {
   throw HookError{identifier, code};
 }
 
-TEST_F(ErrorContext, UncaughtRaiseIsPrintedThenHandedToTheHandler) {
+TEST_F(ErrorContext, PrintAndAnUncaughtRaiseWhichIsPrintedThenHandedToTheHandler) {
+  kt_error_print(&ec, kFirst, "bolt", 3);
+  EXPECT_EQ(printed, "first bolt #3\n");
   int calls = 0;
   kt_register_error_handler(&ec, ThrowingHandler, &calls);
   try {
@@ -193,7 +165,7 @@ TEST_F(ErrorContext, UncaughtRaiseIsPrintedThenHandedToTheHandler) {
     EXPECT_EQ(e.code, kFirst);
   }
   EXPECT_EQ(calls, 1);
-  EXPECT_EQ(printed, "first gear #9\n");
+  EXPECT_EQ(printed, "first bolt #3\nfirst gear #9\n");
 }
 
 // ---- process-ending paths ------------------------------------------------------
@@ -201,19 +173,20 @@ TEST_F(ErrorContext, UncaughtRaiseIsPrintedThenHandedToTheHandler) {
 // The report reaches the console through the system logger's terminal
 // handler and the output hook (under a level heading such as "Severe:");
 // the death tests send the hook to stderr, where the test framework reads.
-void ConsoleToStderr() { ktSetVprintfCallbacks(ToStderr, nullptr, nullptr); }
+void ConsoleToStderr() {
+  ktSetVprintfCallbacks([](const char* text, void*) { return std::fputs(text, stderr); }, nullptr,
+                        nullptr);
+}
 
-const char* kExitRegex(int code) {
-  static std::string s;
-  s = "The program '\\[[0-9]+\\] : Native' has exited with code " + std::to_string(code) +
-      " \\(0x" + std::to_string(code) + "\\)\\.";
-  return s.c_str();
+std::string ExitRegex(int code) {
+  return "The program '\\[[0-9]+\\] : Native' has exited with code " + std::to_string(code) +
+         " \\(0x" + std::to_string(code) + "\\)\\.";
 }
 
 // panics' own-line text and fatal are checked in the exit-report tests.
 TEST(ProcessEndingDeathTest, PanicAndPanicsfExitWithTheStatusAndReport) {
   EXPECT_EXIT({ ConsoleToStderr(); Quivera::System::panic(5); }, ::testing::ExitedWithCode(5),
-              kExitRegex(5));
+              ExitRegex(5));
   EXPECT_EXIT({ ConsoleToStderr(); Quivera::System::panicsf(12, "lost %d of %s. ", 7, "9"); },
               ::testing::ExitedWithCode(12),
               "lost 7 of 9\\. The program '\\[[0-9]+\\] : Native' has exited with code 12 "
@@ -242,15 +215,12 @@ void RaiseUncaught(bool withHandler) {
   }, Decline);
 }
 
-TEST(ProcessEndingDeathTest, UncaughtRaiseWithoutHandlerIsFatal) {
+TEST(ProcessEndingDeathTest, UncaughtRaiseIsFatalWithOrWithoutAReturningHandler) {
   EXPECT_EXIT(RaiseUncaught(false), ::testing::KilledBySignal(SIGABRT),
-              std::string("first cog #4\n.*") + kExitRegex(2));
-}
-
-TEST(ProcessEndingDeathTest, UncaughtRaiseWithReturningHandlerIsFatal) {
+              "first cog #4\n.*" + ExitRegex(2));
   EXPECT_EXIT(RaiseUncaught(true), ::testing::KilledBySignal(SIGABRT),
               std::string("first cog #4\nhandler saw ZENTRA:FIRST_THING 280001\n.*") +
-                  kExitRegex(2));
+                  ExitRegex(2));
 }
 
 }  // namespace

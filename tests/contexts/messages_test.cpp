@@ -10,14 +10,13 @@
 #include <string>
 #include <vector>
 
+#include "support/counting_context.h"
+
 namespace {
 
 constexpr int Code(int module, int entry) { return module << 16 | entry; }
 
-int Append(void* data, const char* text, int length) {
-  static_cast<std::string*>(data)->append(text, static_cast<size_t>(length));
-  return length;
-}
+using kttest::AppendToString;
 
 // One module's table built at run time, usable as a primary table (its
 // texts double as mnemonics) and as a language table.
@@ -36,6 +35,12 @@ struct Table {
     module = {codes.data(), texts.data(), n};
     language = {modules, &module};
   }
+};
+
+// A text and the status its registration leaves.
+struct TextStatus {
+  const char* text;
+  int status;
 };
 
 class Messages : public ::testing::Test {
@@ -57,7 +62,7 @@ class Messages : public ::testing::Test {
     std::string out;
     va_list a;
     va_start(a, code);
-    kt_vprintm(&mc, Append, &out, code, a);
+    kt_vprintm(&mc, AppendToString, &out, code, a);
     va_end(a);
     return out;
   }
@@ -80,10 +85,7 @@ TEST_F(Messages, ModuleZeroIsRegisteredWithItsTexts) {
 // registration and then crashed kt_printm with an argument of another type.
 // A refused text stays registered and prints as it stands.
 TEST_F(Messages, EnglishTextValidation) {
-  const struct {
-    const char* text;
-    int status;
-  } cases[] = {
+  const TextStatus cases[] = {
       {"100%% sure, %d items, %s, %-5.2f, %c, %U", 0},
       {"%-8.3lf %lld %hhx %zu %*.*d %p %n %'d %#o %03o %Lf %.f %+ d %qd %jx %td %lu", 0},
       {"ends in %", KT_STRANDED_PER_CENT}, {"bad %1%", KT_NON_TRIVIAL_PER_CENT},
@@ -105,13 +107,11 @@ TEST_F(Messages, EnglishTextValidation) {
 // like any other: the same array again counts, a differing table is
 // refused, and removals undo the registrations.
 TEST_F(Messages, RefusedPrimaryTableStaysRegisteredAndCounted) {
-  const struct {
-    std::vector<const char*> texts;
-    size_t at;
-    int code, result, status;  // codes[at] = code
-  } cases[] = {{{"a", "b"}, 1, Code(8, 5), Code(8, 2), KT_WRONG_CODE},
-               {{"a", "b", "c"}, 2, -1, Code(8, 3), KT_TOO_FEW_STRINGS},
-               {{"a"}, 1, 12, Code(8, 2), KT_TOO_MANY_STRINGS}};
+  // codes[at] = code
+  const struct { std::vector<const char*> texts; size_t at; int code, result, status; } cases[] = {
+      {{"a", "b"}, 1, Code(8, 5), Code(8, 2), KT_WRONG_CODE},
+      {{"a", "b", "c"}, 2, -1, Code(8, 3), KT_TOO_FEW_STRINGS},
+      {{"a"}, 1, 12, Code(8, 2), KT_TOO_MANY_STRINGS}};
   for (const auto& c : cases) {
     Table t(8, c.texts), other(8, c.texts), longer(8, {"a", "b", "c", "d"});
     t.codes[c.at] = c.code;
@@ -145,12 +145,10 @@ TEST_F(Messages, ManyModulesGrowTheArrays) {
 TEST_F(Messages, TranslationValidation) {
   Table english(4, {"%d of %d"});
   ASSERT_EQ(Add(english), 0);
-  const struct {
-    const char* text;
-    int status;
-  } cases[] = {{"%1 %1", KT_DUPLICATE_REFERENCE}, {"%1 only", KT_OMITTED_HOLE},
-               {"%1 %2 %3", KT_HOLE_NOT_PRESENT}, {"%0 %1 %2", KT_HOLE_NOT_PRESENT},
-               {"%1 %2 %", KT_ILLEGAL_PER_CENT},  {"%1 %x %2", KT_ILLEGAL_PER_CENT}};
+  const TextStatus cases[] = {
+      {"%1 %1", KT_DUPLICATE_REFERENCE}, {"%1 only", KT_OMITTED_HOLE},
+      {"%1 %2 %3", KT_HOLE_NOT_PRESENT}, {"%0 %1 %2", KT_HOLE_NOT_PRESENT},
+      {"%1 %2 %", KT_ILLEGAL_PER_CENT},  {"%1 %x %2", KT_ILLEGAL_PER_CENT}};
   for (const auto& c : cases) {
     EXPECT_NE(AddLanguage("xx", Table(4, {c.text})), 0);
     EXPECT_EQ(status, c.status) << c.text;
@@ -176,17 +174,14 @@ TEST_F(Messages, TranslationReordersHolesAndLanguageSelection) {
   german.texts[1] = "nicht %1";
   ASSERT_EQ(AddLanguage("de_DE", german), 0);
   ASSERT_EQ(AddLanguage("fr", french), 0);
-  const struct {
-    const char* select;
-    int result;
-    const char* expected;
-  } steps[] = {{nullptr, 0, "3 of Anna"},
-               {"DE_de", 0, "Anna hat 3 (100%)"},        // whole name, any case
-               {"en", 0, "3 of Anna"},                   // 2 characters: English
-               {"de_DE.UTF-8", 0, "Anna hat 3 (100%)"},  // first 5 characters
-               {"fr_CA.ISO-8859-1", 0, "3 de Anna"},     // first 2
-               {"ja_JP", 1, "3 de Anna"},                // unchanged
-               {nullptr, 0, "3 of Anna"}};
+  const struct { const char* select; int result; const char* expected; } steps[] = {
+      {nullptr, 0, "3 of Anna"},
+      {"DE_de", 0, "Anna hat 3 (100%)"},        // whole name, any case
+      {"en", 0, "3 of Anna"},                   // 2 characters: English
+      {"de_DE.UTF-8", 0, "Anna hat 3 (100%)"},  // first 5 characters
+      {"fr_CA.ISO-8859-1", 0, "3 de Anna"},     // first 2
+      {"ja_JP", 1, "3 de Anna"},                // unchanged
+      {nullptr, 0, "3 of Anna"}};
   for (const auto& s : steps) {
     EXPECT_EQ(kt_change_language(&mc, s.select), s.result);
     EXPECT_EQ(Print(Code(4, 1), 3, "Anna"), s.expected) << (s.select ? s.select : "null");
@@ -234,7 +229,7 @@ TEST_F(Messages, HoleKinds) {
 
 TEST_F(Messages, UnknownCodePrintsBadMessageCodeWithoutRecursion) {
   std::string out;
-  EXPECT_EQ(kt_printm(&mc, Append, &out, Code(77, 3)), 0);
+  EXPECT_EQ(kt_printm(&mc, AppendToString, &out, Code(77, 3)), 0);
   EXPECT_EQ(out,
             "Internal Error: Attempt to format a message for an unregistered module 77 entry 3.\n");
   // Without module 0 the explanation is unknown too: nothing is printed and
@@ -242,8 +237,8 @@ TEST_F(Messages, UnknownCodePrintsBadMessageCodeWithoutRecursion) {
   kt_message_table moduleZero = {15, 0, nullptr, nullptr, nullptr, ""};
   ASSERT_EQ(kt_remove_primary_message_table(&status, &mc, &moduleZero), 0);
   std::string none;
-  EXPECT_EQ(kt_printm(&mc, Append, &none, Code(77, 3)), 0);
-  EXPECT_EQ(kt_printm(&mc, Append, &none, KT_BAD_MSG_CODE, 1, 2), 0);
+  EXPECT_EQ(kt_printm(&mc, AppendToString, &none, Code(77, 3)), 0);
+  EXPECT_EQ(kt_printm(&mc, AppendToString, &none, KT_BAD_MSG_CODE, 1, 2), 0);
   EXPECT_EQ(none, "\n");  // only the newline after the missing explanation
 }
 
@@ -291,7 +286,7 @@ TEST_F(Messages, RandomMessagesMatchSnprintf) {
     char expected[1024];
     std::snprintf(expected, sizeof expected, text.c_str(), i, d, str.c_str(), ll, u);
     std::string out;
-    int n = kt_printm(&mc, Append, &out, Code(9, 1), i, d, str.c_str(), ll, u);
+    int n = kt_printm(&mc, AppendToString, &out, Code(9, 1), i, d, str.c_str(), ll, u);
     EXPECT_EQ(out, expected) << text;
     EXPECT_EQ(n, static_cast<int>(out.size()));
     ASSERT_EQ(Remove(t), 0);
@@ -309,20 +304,18 @@ void Record(void* data, int code, ...) {
 }
 
 TEST_F(Messages, ExplainingFailures) {
-  const struct {
-    int result, status;
-    std::vector<int> call;
-  } cases[] = {{-1, KT_WRONG_CODE, {1}},
-               {Code(5, 4), KT_TOO_FEW_STRINGS, {3, 5, 3}},
-               {Code(5, 4), KT_WRONG_CODE, {5, 5, 4}},
-               {Code(5, 0), KT_MSG_MODULE_COUNT_MISMATCH, {2, 5, 0}}};
+  const struct { int result, status; std::vector<int> call; } cases[] = {
+      {-1, KT_WRONG_CODE, {1}},
+      {Code(5, 4), KT_TOO_FEW_STRINGS, {3, 5, 3}},
+      {Code(5, 4), KT_WRONG_CODE, {5, 5, 4}},
+      {Code(5, 0), KT_MSG_MODULE_COUNT_MISMATCH, {2, 5, 0}}};
   for (const auto& c : cases) {
     std::vector<int> call;
     kt_handle_message_context_error(&mc, Record, &call, c.result, c.status);
     EXPECT_EQ(call, c.call);
   }
   std::string out;
-  kt_print_message_context_error(&mc, Append, &out, Code(5, 3), KT_TOO_MANY_STRINGS);
+  kt_print_message_context_error(&mc, AppendToString, &out, Code(5, 3), KT_TOO_MANY_STRINGS);
   EXPECT_EQ(out, "Internal Error: Module 5 has only 2 codes, but the table has more strings than "
                  "this.\n");
 }

@@ -25,16 +25,13 @@ TEST(AtomTable, MakeFindAndStability) {
   EXPECT_EQ(findAtom<char>("atom-table-firs"), BasicAtom<char>::m_default);
   // Thousands of further atoms, some longer than a storage block, do not
   // move the first one.
+  auto name = [](int i) { return std::string(i % 50 == 0 ? 70000 : 20, 'k') + std::to_string(i); };
   std::vector<const char*> pointers;
-  for (int i = 0; i < 5000; ++i)
-    pointers.push_back(makeAtom<char>(std::string(i % 50 == 0 ? 70000 : 20, 'k') +
-                                      std::to_string(i)).c_str());
+  for (int i = 0; i < 5000; ++i) pointers.push_back(makeAtom<char>(name(i)).c_str());
   EXPECT_EQ(makeAtom<char>(text).c_str(), a.c_str());
   EXPECT_EQ(std::string(a.c_str()), text);
   for (int i = 0; i < 5000; ++i)
-    ASSERT_EQ(makeAtom<char>(std::string(i % 50 == 0 ? 70000 : 20, 'k') + std::to_string(i))
-                  .c_str(),
-              pointers[static_cast<size_t>(i)]);
+    ASSERT_EQ(makeAtom<char>(name(i)).c_str(), pointers[static_cast<size_t>(i)]);
   // Embedded NULs are part of the string.
   BasicAtom<char> withNul = makeAtom<char>(std::string("x\0y", 3));
   EXPECT_NE(withNul, makeAtom<char>(std::string("x")));

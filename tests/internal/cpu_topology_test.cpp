@@ -111,7 +111,8 @@ TEST(CpuTopology, FakeTrees) {
 }
 
 // The ZENTRA_PROCESSOR_ENUM_MODE texts: strict integers, and texts that do
-// not convert (absorbed by the caller as "no SMT").
+// not convert (absorbed by the caller as "no SMT"). The integer parser on
+// any text is compared with boost::lexical_cast in fuzz/cpulist_fuzz.cpp.
 TEST(CpuTopology, StrictIntTable) {
   const struct {
     const char* text;
@@ -121,14 +122,8 @@ TEST(CpuTopology, StrictIntTable) {
   } cases[] = {
       {"1", true, 1, true},      {"+1", true, 1, true},    {"001", true, 1, true},
       {"0", true, 0, false},     {"2", true, 2, false},    {"-1", true, -1, false},
-      {"-0", true, 0, false},    {"+0", true, 0, false},   {"11", true, 11, false},
-      {"2147483647", true, INT_MAX, false},                {"-2147483648", true, INT_MIN, false},
-      {"2147483648", false, 0, false},                     {"-2147483649", false, 0, false},
-      {"4294967297", false, 0, false},  {"99999999999999999999", false, 0, false},
-      {"", false, 0, false},     {"+", false, 0, false},   {"-", false, 0, false},
-      {" 1", false, 0, false},   {"1 ", false, 0, false},  {"1\n", false, 0, false},
-      {"++1", false, 0, false},  {"+-1", false, 0, false}, {"1.0", false, 0, false},
-      {"0x1", false, 0, false},  {"1e0", false, 0, false}, {"one", false, 0, false},
+      {"11", true, 11, false},   {"2147483648", false, 0, false},
+      {"", false, 0, false},     {" 1", false, 0, false},  {"1.0", false, 0, false},
   };
   for (const auto& c : cases) {
     int value = 12345;

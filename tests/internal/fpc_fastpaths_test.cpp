@@ -4,7 +4,9 @@
 // subnormals, around the smallest normal, powers of two and the doubles
 // below them, across 2^53 (where the integer shortcut ends). kt_strtod vs
 // glibc strtod, on texts whose value sits next to rounding boundaries and
-// across the subnormal and overflow edges.
+// across the subnormal and overflow edges. Random doubles of every class
+// are compared the same way by fuzz/dtoa_fuzz.cpp, and against an exact
+// model in tests/numbers/dtoa_test.cpp.
 #include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -39,13 +41,6 @@ TEST(FpcFastPaths, FastPathEqualsReferenceOnEdgeClasses) {
         expect_agree(&fpc.ctx, ldexp(1.0, e));
         expect_agree(&fpc.ctx, nextafter(ldexp(1.0, e), 0));
     }
-}
-
-TEST(FpcFastPaths, FastPathEqualsReferenceOnRandomDoubles) {
-    Fpc fpc;
-    std::mt19937_64 rng(6060);
-    for (int i = 0; i < 100000; i++)
-        expect_agree(&fpc.ctx, numtest::interesting_double(rng));
 }
 
 // Texts near rounding boundaries: the round-trip digits of a double with

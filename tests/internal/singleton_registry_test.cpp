@@ -29,14 +29,12 @@ struct Counted {
 };
 std::atomic<int> Counted::live{0};
 
-void delete_counted(void* object)
-{
+void delete_counted(void* object) {
     delete static_cast<Counted*>(object);
 }
 
 template <int... N>
-std::vector<const std::type_info*> tags(std::integer_sequence<int, N...>)
-{
+std::vector<const std::type_info*> tags(std::integer_sequence<int, N...>) {
     return {&typeid(Tag<N>)...};
 }
 
@@ -44,8 +42,7 @@ std::vector<const std::type_info*> tags(std::integer_sequence<int, N...>)
 
 // Keeping the first object, and finding, are the random model's; here the
 // degenerate arguments: unknown ids, null offers, id 0.
-TEST(SingletonRegistry, IdentifiersAndDegenerateArguments)
-{
+TEST(SingletonRegistry, IdentifiersAndDegenerateArguments) {
     SingletonId a = singleton_id(typeid(Tag<1000>));
     SingletonId b = singleton_id(typeid(Tag<1001>));
     EXPECT_NE(a, 0u);
@@ -63,8 +60,7 @@ TEST(SingletonRegistry, IdentifiersAndDegenerateArguments)
 
 // Model-based: random allocations, lookups and inserts over a set of keys
 // agree with a plain map.
-TEST(SingletonRegistry, RandomOperationsAgreeWithModel)
-{
+TEST(SingletonRegistry, RandomOperationsAgreeWithModel) {
     std::vector<const std::type_info*> keys = tags(std::make_integer_sequence<int, 12>());
     std::map<const std::type_info*, SingletonId> ids;
     std::map<SingletonId, void*> objects;
@@ -94,8 +90,7 @@ TEST(SingletonRegistry, RandomOperationsAgreeWithModel)
     }
 }
 
-TEST(SingletonRegistry, ConcurrentIdentifiersAgree)
-{
+TEST(SingletonRegistry, ConcurrentIdentifiersAgree) {
     std::vector<const std::type_info*> keys =
         tags(std::integer_sequence<int, 2000, 2001, 2002, 2003, 2004, 2005>());
     const int threads = 6;
@@ -115,8 +110,7 @@ TEST(SingletonRegistry, ConcurrentIdentifiersAgree)
 
 // Many threads race to insert their own object; exactly one wins, all get
 // the winner, and the losers' objects are theirs to destroy (no leak).
-TEST(SingletonRegistry, ConcurrentFindOrInsertHasOneWinner)
-{
+TEST(SingletonRegistry, ConcurrentFindOrInsertHasOneWinner) {
     const int base = Counted::live.load();
     const int threads = 8;
     SingletonId id = singleton_id(typeid(Tag<3000>));
@@ -154,8 +148,7 @@ struct Noisy {
     const char* label;
 };
 
-void delete_noisy(void* object)
-{
+void delete_noisy(void* object) {
     Noisy* noisy = static_cast<Noisy*>(object);
     // A deleter may still use the registry while others are destroyed.
     void* other = singleton_find(singleton_id(typeid(Tag<4000>)));
@@ -167,8 +160,7 @@ void delete_noisy(void* object)
 
 // Process end runs the deleters, newest first; late calls after teardown
 // neither crash nor register anything.
-TEST(SingletonRegistry, DeletersRunAtExitNewestFirst)
-{
+TEST(SingletonRegistry, DeletersRunAtExitNewestFirst) {
     EXPECT_EXIT(
         {
             singleton_find_or_insert(singleton_id(typeid(Tag<4000>)), new Noisy{"first"},

@@ -16,50 +16,41 @@
 
 using namespace Quivera::System;
 
-// ---- The process-ending report through the system logger ------------------
-
 namespace {
 
-int to_stderr(const char* text, void*)
-{
-    return std::fputs(text, stderr);
+void ConsoleToStderr() {
+  ktSetVprintfCallbacks([](const char* text, void*) { return std::fputs(text, stderr); }, nullptr,
+                        nullptr);
 }
 
 }  // namespace
 
-TEST(Reports, ProcessEndingReportReachesConsoleAtSevere)
-{
-    EXPECT_EXIT(
-        {
-            ktSetVprintfCallbacks(to_stderr, nullptr, nullptr);
-            panics(3, "boom");
-        },
-        ::testing::ExitedWithCode(3),
-        "^Severe:\nboom\nThe program '\\[[0-9]+\\] : Native' has exited with code 3 "
-        "\\(0x3\\)\\.\n$");
-    EXPECT_EXIT(
-        {
-            ktSetVprintfCallbacks(to_stderr, nullptr, nullptr);
-            Logger::getLogger(nullptr).setLevel(Level(Level::Off));
-            panics(4, "silenced");
-        },
-        ::testing::ExitedWithCode(4), "^$");
+TEST(Reports, ProcessEndingReportReachesConsoleAtSevere) {
+  EXPECT_EXIT({ ConsoleToStderr(); panics(3, "boom"); }, ::testing::ExitedWithCode(3),
+              "^Severe:\nboom\nThe program '\\[[0-9]+\\] : Native' has exited with code 3 "
+              "\\(0x3\\)\\.\n$");
+  EXPECT_EXIT(
+      {
+        ConsoleToStderr();
+        Logger::getLogger(nullptr).setLevel(Level(Level::Off));
+        panics(4, "silenced");
+      },
+      ::testing::ExitedWithCode(4), "^$");
 }
 
-TEST(Reports, FatalReportReachesAFileBeforeTheAbort)
-{
-    // Regression: fatal aborted with its report still in the buffer of a
-    // standard output redirected to a file or a pipe.
-    std::string path = ::testing::TempDir() + "fatal_report.txt";
-    EXPECT_EXIT(
-        {
-            if (std::freopen(path.c_str(), "w", stdout) == nullptr) std::exit(9);
-            fatal();
-        },
-        ::testing::KilledBySignal(SIGABRT), "");
-    std::ifstream in(path);
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    EXPECT_THAT(text, ::testing::MatchesRegex("Severe:\nThe program '\\[[0-9]+\\] : Native' "
-                                              "has exited with code 2 \\(0x2\\)\\.\n"));
-    std::remove(path.c_str());
+// Regression: fatal aborted with its report still in the buffer of a
+// standard output redirected to a file or a pipe.
+TEST(Reports, FatalReportReachesAFileBeforeTheAbort) {
+  std::string path = ::testing::TempDir() + "fatal_report.txt";
+  EXPECT_EXIT(
+      {
+        if (std::freopen(path.c_str(), "w", stdout) == nullptr) std::exit(9);
+        fatal();
+      },
+      ::testing::KilledBySignal(SIGABRT), "");
+  std::ifstream in(path);
+  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  EXPECT_THAT(text, ::testing::MatchesRegex("Severe:\nThe program '\\[[0-9]+\\] : Native' "
+                                            "has exited with code 2 \\(0x2\\)\\.\n"));
+  std::remove(path.c_str());
 }

@@ -30,7 +30,10 @@ void heavy_work(kt_fpc_context* ctx) {
     kt_strtod(ctx, tiny.c_str(), nullptr, nullptr);
 }
 
-TEST(FpcContext, InitialiseSetsArenaAndClearZeroes) {
+// Small conversions live entirely in the private arena. Clearing after
+// heavy ones returns every block taken from the memory context (the cached
+// powers of five too) and zeroes the record, which can be initialised again.
+TEST(FpcContext, ArenaFirstThenClearFreesEverythingAndZeroes) {
     kttest::Contexts contexts;
     kt_fpc_context ctx, zero;
     memset(&ctx, 0x5a, sizeof ctx);
@@ -40,34 +43,20 @@ TEST(FpcContext, InitialiseSetsArenaAndClearZeroes) {
     EXPECT_EQ(ctx.arenaNext, ctx.arena);
     EXPECT_EQ(memcmp(&ctx.freeLists, &zero.freeLists, sizeof ctx.freeLists + sizeof ctx.powersOfFive), 0);
     EXPECT_EQ(sizeof ctx.arena, 2304u);
-    heavy_work(&ctx);
-    kt_clear_fpc_context(&ctx);
-    EXPECT_EQ(memcmp(&ctx, &zero, sizeof ctx), 0);
-}
-
-// Small conversions live entirely in the private arena.
-TEST(FpcContext, SmallConversionsUseOnlyTheArena) {
-    Fpc fpc;
     char buf[32];
     for (double x : {1.5, 0.1, 123456.789, 1e22, 3.0e-5}) {
-        kt_dtoa(&fpc.ctx, x, buf, sizeof buf, 2, 17, nullptr, nullptr, nullptr);
-        kt_strtod(&fpc.ctx, "0.1000000000000000055511151231257827", nullptr, nullptr);
+        kt_dtoa(&ctx, x, buf, sizeof buf, 2, 17, nullptr, nullptr, nullptr);
+        kt_strtod(&ctx, "0.1000000000000000055511151231257827", nullptr, nullptr);
     }
-    EXPECT_EQ(fpc.contexts.LiveBlocks(), 0u);
-    EXPECT_GT(fpc.ctx.arenaNext, fpc.ctx.arena);
-}
-
-// Clearing returns every block taken from the memory context, also the
-// cached powers of five; the cleared context can be initialised again.
-TEST(FpcContext, ClearFreesEverything) {
-    kttest::Contexts contexts;
-    kt_fpc_context ctx;
-    for (int round = 0; round < 3; round++) {
-        kt_initialize_fpc_context(&ctx, &contexts.memory);
+    EXPECT_EQ(contexts.LiveBlocks(), 0u);
+    EXPECT_GT(ctx.arenaNext, ctx.arena);
+    for (int round = 0; round < 2; round++) {
         heavy_work(&ctx);
         EXPECT_GT(contexts.LiveBlocks(), 0u);  // beyond the arena
         kt_clear_fpc_context(&ctx);
         EXPECT_EQ(contexts.LiveBlocks(), 0u);
+        EXPECT_EQ(memcmp(&ctx, &zero, sizeof ctx), 0);
+        kt_initialize_fpc_context(&ctx, &contexts.memory);
     }
     kt_fpc_context* heap = kt_new_fpc_context(&contexts.memory);
     EXPECT_EQ(heap->memoryContext, &contexts.memory);
@@ -127,16 +116,12 @@ TEST(FpcContext, ConcurrentContextsAgree) {
     b.join();
     EXPECT_EQ(first, reference);
     EXPECT_EQ(second, reference);
-}
-
-// The basic contexts carry a ready fpc context bound to their memory
-// context.
-TEST(FpcContext, BasicContextsProvideOne) {
-    kt_fpc_context* fpc = ktGetFpcContext();
-    EXPECT_EQ(fpc->memoryContext, ktGetMemoryContext());
+    // The basic contexts carry a ready one bound to their memory context.
+    kt_fpc_context* basic = ktGetFpcContext();
+    EXPECT_EQ(basic->memoryContext, ktGetMemoryContext());
     char buf[32];
-    EXPECT_STREQ(kt_g_fmt(fpc, 1e7, buf, sizeof buf), "1e+07");
-    EXPECT_EQ(kt_strtod(fpc, "1e+07", nullptr, nullptr), 1e7);
+    EXPECT_STREQ(kt_g_fmt(basic, 1e7, buf, sizeof buf), "1e+07");
+    EXPECT_EQ(kt_strtod(basic, "1e+07", nullptr, nullptr), 1e7);
 }
 
 }  // namespace

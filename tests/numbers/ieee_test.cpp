@@ -228,12 +228,4 @@ TEST(ByteOrder, UnsupportedSourceFormatRaises) {
                  "big endian format, encountered VAX or Cray floating point format.");
 }
 
-// With no frame to catch it, the raise ends the process through the default
-// throw hook, which prints the message.
-TEST(ByteOrderDeathTest, UncaughtUnsupportedFormatEndsTheProcess) {
-    double data[1] = {1.0};
-    EXPECT_EXIT(ktDoubleConvert(2, 0, data, 1), testing::ExitedWithCode(1),
-                "Encountered unsupported floating point format");
-}
-
 }  // namespace

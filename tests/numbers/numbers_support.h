@@ -28,16 +28,8 @@ struct Fpc {
     ~Fpc() { kt_clear_fpc_context(&ctx); }
 };
 
-inline double from_bits(uint64_t u) {
-    double x;
-    memcpy(&x, &u, sizeof x);
-    return x;
-}
-inline uint64_t bits_of(double x) {
-    uint64_t u;
-    memcpy(&u, &x, sizeof u);
-    return u;
-}
+inline double from_bits(uint64_t u) { double x; memcpy(&x, &u, sizeof x); return x; }
+inline uint64_t bits_of(double x) { uint64_t u; memcpy(&u, &x, sizeof u); return u; }
 
 // Positive finite doubles drawn from the classes where conversions go
 // wrong: any bit pattern, subnormals, powers of two (the narrow lower
@@ -46,14 +38,10 @@ inline uint64_t bits_of(double x) {
 inline double interesting_double(std::mt19937_64& rng) {
     char text[40];
     switch (rng() % 8) {
-    case 2:
-        return from_bits(rng() % (uint64_t(1) << 52) + 1);  // subnormal
-    case 3:
-        return from_bits((rng() % 2046 + 1) << 52);  // power of two
-    case 4:
-        return from_bits(((rng() % 2045 + 2) << 52) + rng() % 3 - 1);
-    case 5:
-        return static_cast<double>((rng() >> (rng() % 64)) + 1);  // integer
+    case 2: return from_bits(rng() % (uint64_t(1) << 52) + 1);  // subnormal
+    case 3: return from_bits((rng() % 2046 + 1) << 52);  // power of two
+    case 4: return from_bits(((rng() % 2045 + 2) << 52) + rng() % 3 - 1);
+    case 5: return static_cast<double>((rng() >> (rng() % 64)) + 1);  // integer
     case 6:
         snprintf(text, sizeof text, "%llue%d", static_cast<unsigned long long>(rng() % 100000000 + 1),
                  static_cast<int>(rng() % 600) - 300);

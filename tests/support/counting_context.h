@@ -109,19 +109,33 @@ public:
   int BadFrees() const { return Ledger().badFrees - badFreesBefore; }
 
   // Runs `body` under kt_try_catch with a frame that accepts every error;
-  // returns 0 or the raised code.
+  // returns 0 or the raised code. `raises` counts the errors the frame was
+  // offered and `raisedText` holds the last one's formatted message.
   int Catch(const std::function<void()>& body) {
-    auto run = [](kt_error_context*, void* data) {
-      (*static_cast<const std::function<void()>*>(data))();
+    struct Job {
+      const std::function<void()>* body;
+      Contexts* self;
+    } job{&body, this};
+    auto run = [](kt_error_context*, void* data) { (*static_cast<Job*>(data)->body)(); };
+    auto accept = [](kt_error_context* context, void* data, int code, va_list args) {
+      Contexts* self = static_cast<Job*>(data)->self;
+      char text[512];
+      kt_vsprintm(context->messageContext, text, sizeof text, code, args);
+      self->raisedText = text;
+      ++self->raises;
+      return 1;
     };
-    auto accept = [](kt_error_context*, void*, int, va_list) { return 1; };
-    return kt_try_catch(&errors, const_cast<std::function<void()>*>(&body), run, accept);
+    raises = 0;
+    raisedText.clear();
+    return kt_try_catch(&errors, &job, run, accept);
   }
 
   kt_message_context messages{};
   kt_error_context errors{};
   kt_mem_context memory{};
   std::string printed;
+  std::string raisedText;
+  int raises = 0;
   size_t baseline = 0;
   int badFreesBefore = 0;
 };

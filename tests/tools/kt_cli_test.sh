@@ -1,27 +1,18 @@
 #!/usr/bin/env bash
 # The kt tool's checksum commands against coreutils' md5sum and gzip's
 # CRC-32 trailer, plus its error handling and exit statuses.
-set -uo pipefail
-: "${KT_TOOL:?path to the kt tool}"
+source "$(dirname "${BASH_SOURCE[0]}")/../support/tool_checks.sh"
 
-tmp=$(mktemp -d)
-trap 'rm -rf "$tmp"' EXIT
-failures=0
-fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
-
-cd "$tmp"
 : >empty
 printf 'abc' >abc
 head -c 3000000 /dev/urandom >random.bin
-printf 'x' >'back\slash'
-printf 'y' >'new
-line'
+names=(empty abc random.bin 'back\slash' $'new\nline')
+printf 'x' >"${names[3]}"
+printf 'y' >"${names[4]}"
 
 # MD5: byte-for-byte the output of md5sum, including escaped names and stdin.
-expected=$(md5sum empty abc random.bin 'back\slash' 'new
-line')
-actual=$("$KT_TOOL" md5 empty abc random.bin 'back\slash' 'new
-line')
+expected=$(md5sum "${names[@]}")
+actual=$(kt md5 "${names[@]}")
 [ "$expected" = "$actual" ] || fail "md5 differs from md5sum:"$'\n'"$expected"$'\n'"$actual"
 [ "$(md5sum <random.bin)" = "$("$KT_TOOL" md5 <random.bin)" ] || fail "md5 of stdin"
 [ "$(md5sum - <abc)" = "$("$KT_TOOL" md5 - <abc)" ] || fail "md5 of -"
@@ -29,9 +20,7 @@ line')
 # CRC-32: gzip stores the CRC-32 of the data little-endian in its trailer.
 gzip_crc() { gzip -c <"$1" | tail -c 8 | head -c 4 | od -An -tx4 | tr -d ' \n'; }
 for f in empty abc random.bin; do
-  want="$(gzip_crc "$f")  $f"
-  got=$("$KT_TOOL" crc32 "$f")
-  [ "$want" = "$got" ] || fail "crc32 $f: want '$want' got '$got'"
+  [ "$(kt crc32 "$f")" = "$(gzip_crc "$f")  $f" ] || fail "crc32 $f: $(kt crc32 "$f")"
 done
 [ "$("$KT_TOOL" crc32 <abc)" = "$(gzip_crc abc)  -" ] || fail "crc32 of stdin"
 
@@ -61,5 +50,4 @@ if [ -z "${KT_SANITIZE:-}" ]; then
   [ "$want" = "$got" ] || fail "md5 of a large file"
 fi
 
-[ $failures -eq 0 ] && echo "kt cli: all checks passed"
-exit $((failures > 0))
+finish "kt cli: all checks passed"

@@ -3,17 +3,8 @@
 # enough that characters straddle the tool's 64 KiB reads, both ways;
 # invalid, unconvertible and truncated input with the same byte positions
 # and statuses as iconv; -c; unknown names; kt encodings.
-set -uo pipefail
-: "${KT_TOOL:?path to the kt tool}"
+source "$(dirname "${BASH_SOURCE[0]}")/../support/tool_checks.sh"
 command -v iconv >/dev/null && command -v python3 >/dev/null || { echo "iconv/python3 missing: skipped"; exit 0; }
-
-tmp=$(mktemp -d)
-trap 'rm -rf "$tmp"' EXIT
-cd "$tmp"
-failures=0
-fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
-kt() { "$KT_TOOL" "$@"; }
-export KT_TOOL
 
 encodings="ISO-8859-1 ISO-8859-15 CP1252 SHIFT_JIS EUC-JP GB18030 BIG5 KOI8-R UTF-16BE UTF-16LE UTF-32 UTF-8"
 
@@ -116,5 +107,4 @@ kt encodings >list
 grep -qx 'UTF-8' list && grep -qx 'gb18030' list && [ "$(wc -l <list)" -gt 100 ] ||
   fail "kt encodings list"
 
-[ $failures -eq 0 ] || { echo "$failures failure(s)"; exit 1; }
-echo "kt conv and kt encodings: all checks passed"
+finish "kt conv and kt encodings: all checks passed"

@@ -3,13 +3,9 @@
 # SIGINT sent to a kt reading a pipe that never ends makes it name what it
 # was reading on standard error and exit with status 130, whether the input
 # is standard input or a named file.
-set -uo pipefail
-: "${KT_TOOL:?path to the kt tool}"
+source "$(dirname "${BASH_SOURCE[0]}")/../support/tool_checks.sh"
 
-tmp=$(mktemp -d)
 trap 'exec 3>&-; rm -rf "$tmp"' EXIT
-failures=0
-fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
 
 mkfifo "$tmp/never"
 exec 3<>"$tmp/never"  # a writer that never writes: reads block for ever
@@ -44,5 +40,4 @@ for command in md5 crc32 "conv -f UTF-8 -t UTF-16LE"; do
   [ "$got" = "130|kt: interrupted while reading $tmp/never" ] || fail "$command on a file: $got"
 done
 
-[ $failures -eq 0 ] && echo "Ctrl-C stops md5, crc32 and conv with status 130"
-exit $((failures > 0))
+finish "Ctrl-C stops md5, crc32 and conv with status 130"

@@ -2,14 +2,7 @@
 # kt linecol: known answers, the hyperlinked form with a quote in the file
 # name, and errors. (The map itself is tested against a model in
 # tests/annotations/.)
-set -uo pipefail
-: "${KT_TOOL:?path to the kt tool}"
-
-tmp=$(mktemp -d)
-trap 'rm -rf "$tmp"' EXIT
-cd "$tmp"
-failures=0
-fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
+source "$(dirname "${BASH_SOURCE[0]}")/../support/tool_checks.sh"
 
 # Known answers: CR LF is one line end (its LF is still on the first line),
 # a lone CR ends a line, tabs stop every 8 columns, the end is an offset.
@@ -17,8 +10,7 @@ printf 'ab\r\ncd\n\tx\rabc\ty' >k.txt
 got=$("$KT_TOOL" linecol k.txt 0 2 3 4 7 8 9 10 14 15)
 want=$'k.txt:1:1\nk.txt:1:3\nk.txt:1:4\nk.txt:2:1\nk.txt:3:1\nk.txt:3:9\nk.txt:3:10\nk.txt:4:1\nk.txt:4:9\nk.txt:4:10'
 [ "$got" = "$want" ] || fail "known answers:"$'\n'"$got"
-got=$(printf 'a\nb' | "$KT_TOOL" linecol - 3)
-[ "$got" = "-:2:2" ] || fail "standard input: $got"
+[ "$(printf 'a\nb' | kt linecol - 3)" = "-:2:2" ] || fail "standard input"
 
 # The console's form: the file name's single quote doubled inside the link.
 printf 'x\n\ty\n' >"it's.txt"
@@ -39,5 +31,4 @@ grep -q "cannot read 'missing.txt'" err || fail "missing file: $(cat err)"
 "$KT_TOOL" linecol --link 2>/dev/null; [ $? -eq 2 ] || fail "no file status"
 "$KT_TOOL" linecol --help | grep -q 'Usage: kt linecol' || fail "--help"
 
-[ $failures -eq 0 ] || { echo "$failures failure(s)"; exit 1; }
-echo "kt linecol: all checks passed"
+finish "kt linecol: all checks passed"

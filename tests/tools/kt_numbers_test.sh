@@ -2,14 +2,7 @@
 # The kt tool's decimal-conversion commands: known answers, agreement with
 # Python's float (shortest repr, correctly rounded '%.*e') on random
 # numbers, and the handling of texts that are not numbers.
-set -uo pipefail
-: "${KT_TOOL:?path to the kt tool}"
-
-tmp=$(mktemp -d)
-trap 'rm -rf "$tmp"' EXIT
-cd "$tmp"
-failures=0
-fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
+source "$(dirname "${BASH_SOURCE[0]}")/../support/tool_checks.sh"
 
 # Known answers of kt fmt, one per line, in argument order.
 want=$'1.0\n123456.0\n1234567.0\n1e+07\n.001\n.0001\n1e-05\n-0.0\nInf\n-Inf\nNaN\n1.5e-07\n1e+100\n.1\nInf\n0.0'
@@ -80,5 +73,4 @@ sys.exit(0 if ok else 1)
 PY
 fi
 
-[ $failures -eq 0 ] || { echo "$failures failure(s)"; exit 1; }
-echo "kt numbers commands: all checks passed"
+finish "kt numbers commands: all checks passed"

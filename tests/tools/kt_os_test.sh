@@ -3,13 +3,8 @@
 # for the distribution (the uname text when it is not on PATH), nproc and
 # the kernel's sibling lists for the thread counts, taskset for a narrower
 # affinity mask.
-set -uo pipefail
-: "${KT_TOOL:?path to the kt tool}"
+source "$(dirname "${BASH_SOURCE[0]}")/../support/tool_checks.sh"
 
-tmp=$(mktemp -d)
-trap 'rm -rf "$tmp"' EXIT
-failures=0
-fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
 field() { sed -n "s/^$1: *//p" <<<"$2"; }
 
 out=$("$KT_TOOL" os) || fail "kt os status $?"
@@ -33,5 +28,4 @@ if command -v taskset >/dev/null; then
     fail "one CPU allowed: $one"
 fi
 
-[ $failures -eq 0 ] && echo "kt os: all checks passed"
-exit $((failures > 0))
+finish "kt os: all checks passed"

@@ -4,14 +4,8 @@
 # 2F(N+1)-1 calls and runs 6F(N+1)-4 lines, the whole program 6F(N+1)+4N+3
 # lines -- plus callers and callees, recursion in the self-inclusive time,
 # the CPU clock and bad arguments.
-set -uo pipefail
-: "${KT_TOOL:?path to the kt tool}"
-tmp=$(mktemp -d)
-trap 'rm -rf "$tmp"' EXIT
-cd "$tmp"
+source "$(dirname "${BASH_SOURCE[0]}")/../support/tool_checks.sh"
 
-failures=0
-fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
 row() { awk -v f="$1" '$1 == f' <<<"$2"; }  # the table row of a function
 
 for n in 0 1 5 10 16; do
@@ -43,5 +37,4 @@ for bad in 31 -1 x 5x; do
   [ $status -eq 2 ] && grep -q "'$bad' is not a size" err || fail "bad size $bad: status $status"
 done
 
-[ $failures -eq 0 ] || { echo "$failures failure(s)"; exit 1; }
-echo "kt profile: all checks passed"
+finish "kt profile: all checks passed"

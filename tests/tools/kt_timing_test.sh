@@ -3,13 +3,8 @@
 # unchanged, and the timing log (and perf log) named on standard error lie
 # in the log directory ($HOME, else the temporary directory) and hold the
 # opening rows and the command's stages, nested, in the layout of the log.
-set -uo pipefail
-: "${KT_TOOL:?path to the kt tool}"
+source "$(dirname "${BASH_SOURCE[0]}")/../support/tool_checks.sh"
 
-tmp=$(mktemp -d)
-trap 'rm -rf "$tmp"' EXIT
-failures=0
-fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
 mkdir "$tmp/home" "$tmp/tmpdir"
 printf 'abc' >"$tmp/abc"
 
@@ -37,10 +32,8 @@ check_log() {
 }
 
 # Plain mode, log directory from HOME.
-out=$(cd "$tmp" && HOME="$tmp/home" "$KT_TOOL" --timing md5 abc 2>"$tmp/err")
-status=$?
-[ $status -eq 0 ] || fail "status $status"
-[ "$out" = "$(cd "$tmp" && md5sum abc)" ] || fail "md5 output changed: $out"
+out=$(HOME="$tmp/home" kt --timing md5 abc 2>"$tmp/err") || fail "status $?"
+[ "$out" = "$(md5sum abc)" ] || fail "md5 output changed: $out"
 log=$(sed -n 's/^kt: timing log: //p' "$tmp/err")
 [[ "$log" =~ ^$tmp/home/timing_log\.[0-9]+$ ]] || fail "timing log path: $(cat "$tmp/err")"
 [ -f "$log" ] && check_log "$log" md5 0
@@ -77,5 +70,4 @@ grep -q "^kt: cannot open the timing log in $tmp/missing-home: No such file" "$t
 HOME="$tmp/home" "$KT_TOOL" --timing=fast md5 "$tmp/abc" >/dev/null 2>"$tmp/err"
 [ $? -eq 2 ] && grep -q "unknown timing mode" "$tmp/err" || fail "bad mode: $(cat "$tmp/err")"
 
-[ $failures -eq 0 ] && echo "kt --timing: all checks passed"
-exit $((failures > 0))
+finish "kt --timing: all checks passed"

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <map>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -32,47 +33,41 @@ protected:
   ktWarningManagerContext* manager_ = nullptr;
 };
 
+class MockWarningLog : public ktWarningLog {
+public:
+  MOCK_METHOD(void, logWarning,
+              (ktWarningManagerContext*, const std::string&, const cx::ustring&, va_list*,
+               const cx::ustring&, bool),
+              (override));
+  MOCK_METHOD(void, logWarning,
+              (ktWarningManagerContext*, const boost::optional<std::string>&,
+               const resource_core::BaseMsgID&, bool),
+              (override));
+};
+
 std::string Lower(std::string s) {
   for (auto& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   return s;
 }
 
 // The intended meaning of the stamps: the most recent setting wins,
-// between an identifier's own and the "all" one.
+// between an identifier's own and the "all" one. Settings are (time, status).
 struct StatusModel {
-  struct Setting {
-    long time;
-    int status;
-  };
-  Setting all{0, KT_WARNING_ON};
-  std::map<std::string, Setting> own;
+  std::pair<long, int> all{0, KT_WARNING_ON};
+  std::map<std::string, std::pair<long, int>> own;
   long clock = 0;
 
   void Set(const std::string& id, int status) {
-    ++clock;
-    if (Lower(id) == "all")
-      all = {clock, status};
-    else
-      own[Lower(id)] = {clock, status};
+    std::string key = Lower(id);
+    (key == "all" ? all : own[key]) = {++clock, status};
   }
   int Get(const std::string& id) const {
     auto it = own.find(Lower(id));
-    if (it == own.end() || it->second.time < all.time)
-      return all.status;
-    return it->second.status;
+    return it == own.end() || it->second.first < all.first ? all.second : it->second.second;
   }
 };
 
 }  // namespace
-
-TEST_F(WarningManagerTest, FreshManagerHasEverythingOn) {
-  EXPECT_EQ(ktGetWarningStatus(manager_, "Foo:bar"), KT_WARNING_ON);
-  EXPECT_EQ(ktGetWarningStatus(manager_, nullptr), KT_WARNING_ON);
-  EXPECT_EQ(ktCountWarningsInWarningManager(manager_), 0u);
-  EXPECT_FALSE(ktIsWarningModeOn(manager_, 0));
-  EXPECT_TRUE(ktIsWarningModeOn(manager_, 4));
-  EXPECT_EQ(ktGetWarningLog(manager_), nullptr);
-}
 
 // The model holds the documented sequences (an identifier set after "all"
 // wins; the next "all" wins back, ties included; case is ignored; "all" is
@@ -103,33 +98,30 @@ TEST_F(WarningManagerTest, RandomSettingsMatchTheLastSettingWinsModel) {
 }
 
 TEST_F(WarningManagerTest, ListenersAreKeyedByFunctionAndData) {
-  struct Call {
-    void* data;
-    std::string id;
-    int status;
-  };
-  static std::vector<Call> calls;
+  static std::multiset<std::string> calls;
   calls.clear();
-  auto record = [](void* data, const char* id, int status) { calls.push_back({data, id, status}); };
-  int a = 0, b = 0;
-  ktAddWarningStatusListener(manager_, record, &a);
-  ktAddWarningStatusListener(manager_, record, &a);  // same pair: once
-  ktAddWarningStatusListener(manager_, record, &b);
+  auto record = [](void* data, const char* id, int status) {
+    calls.insert(static_cast<const char*>(data) + (" " + std::to_string(status) + " " + id));
+  };
+  char a[] = "a", b[] = "b";
+  ktAddWarningStatusListener(manager_, record, a);
+  ktAddWarningStatusListener(manager_, record, a);  // same pair: once
+  ktAddWarningStatusListener(manager_, record, b);
   ktSetWarningStatus(manager_, "all", KT_WARNING_ERROR);
-  ASSERT_EQ(calls.size(), 2u);
-  EXPECT_EQ(calls[0].id, "all");
-  EXPECT_EQ(calls[0].status, KT_WARNING_ERROR);
-
-  EXPECT_EQ(ktRemoveWarningStatusListener(manager_, record, &a), 1);
-  EXPECT_EQ(ktRemoveWarningStatusListener(manager_, record, &a), 0);
+  EXPECT_EQ(calls, (std::multiset<std::string>{"a 2 all", "b 2 all"}));
+  EXPECT_EQ(ktRemoveWarningStatusListener(manager_, record, a), 1);
+  EXPECT_EQ(ktRemoveWarningStatusListener(manager_, record, a), 0);
   calls.clear();
   ktSetWarningStatus(manager_, "X:y", KT_WARNING_OFF);
-  ASSERT_EQ(calls.size(), 1u);
-  EXPECT_EQ(calls[0].data, &b);
-  EXPECT_EQ(calls[0].id, "X:y");
+  EXPECT_EQ(calls, std::multiset<std::string>{"b 0 X:y"});
 }
 
-TEST_F(WarningManagerTest, ModesHookAndRange) {
+TEST_F(WarningManagerTest, FreshDefaultsModesHookAndRange) {
+  EXPECT_EQ(ktGetWarningStatus(manager_, nullptr), KT_WARNING_ON);
+  EXPECT_EQ(ktGetWarningStatus(manager_, "Foo:bar"), KT_WARNING_ON);
+  EXPECT_EQ(ktCountWarningsInWarningManager(manager_), 0u);
+  EXPECT_TRUE(ktIsWarningModeOn(manager_, 4));
+  EXPECT_FALSE(ktIsWarningModeOn(manager_, 0));
   static unsigned hookValue = 99;
   ktSetWarningModeHook(manager_, [](unsigned v) { hookValue = v; });
   ktSetWarningMode(manager_, 0, 7);
@@ -145,59 +137,57 @@ TEST_F(WarningManagerTest, ModesHookAndRange) {
   EXPECT_FALSE(ktIsWarningModeOn(manager_, -1));
 }
 
-TEST_F(WarningManagerTest, LoggingRecordsTheMessageUnlessModeFourIsOff) {
-  int callbacks = 0;
-  ktSetWarningCallbackFcn(manager_, [&] { ++callbacks; });
-  ktLogWarning(manager_, "Foo:bar", u"fmt %d", nullptr, u"fmt 42", false);
+// Both forms record the last warning: the catalogue form builds the
+// identifier, the text form keeps the formatted text. Mode 4 off stops the
+// recording but not the callback, which a suppressed warning does not fire;
+// setting a callback hands back the previous one.
+TEST_F(WarningManagerTest, LoggingRecordsTheLastWarningAndFiresTheCallback) {
   std::string id;
   cx::ustring message;
-  ktGetLastWarningMsg(manager_, id, message);
-  EXPECT_EQ(id, "Foo:bar");
+  auto last = [&] { ktGetLastWarningMsg(manager_, id, message); return id; };
+  using resource_core::BaseMsgID;
+  ktLogWarning(manager_, boost::none, BaseMsgID("ZENTRA:legacy_two_part", "x"), true);
+  EXPECT_EQ(last(), "ZENTRA:x") << "the two-part legacy component is shortened";
+  ktLogWarning(manager_, boost::none, BaseMsgID("Comp", "mnem"), true);
+  EXPECT_EQ(last(), "Comp:mnem");
+  ktLogWarning(manager_, std::string("Given:id"), BaseMsgID("Comp", "mnem"), true);
+  EXPECT_EQ(last(), "Given:id");
+
+  int callbacks = 0;
+  EXPECT_FALSE(ktSetWarningCallbackFcn(manager_, [&] { ++callbacks; })) << "none before";
+  ktLogWarning(manager_, "Foo:bar", u"fmt %d", nullptr, u"fmt 42", false);
+  EXPECT_EQ(last(), "Foo:bar");
   EXPECT_EQ(message, u"fmt 42") << "the formatted text is stored, not the format";
   EXPECT_EQ(callbacks, 1);
-
   ktSetWarningMode(manager_, 4, 0);
   ktLogWarning(manager_, "Other:one", u"", nullptr, u"later", false);
-  ktGetLastWarningMsg(manager_, id, message);
-  EXPECT_EQ(id, "Foo:bar");
+  EXPECT_EQ(last(), "Foo:bar");
   EXPECT_EQ(callbacks, 2) << "the callback still fires";
-
   ktLogWarning(manager_, "Other:one", u"", nullptr, u"quiet", true);
   EXPECT_EQ(callbacks, 2) << "suppressed";
+
+  auto previous = ktSetWarningCallbackFcn(manager_, [&] { callbacks += 10; });
+  previous();
+  EXPECT_EQ(callbacks, 3) << "the swap hands back the previous callback";
+  ktCallRegisteredWarningCallback(manager_);
+  EXPECT_EQ(callbacks, 13);
+
+  // The last printed identifier, in both forms.
+  const char* out = nullptr;
+  ktSetLastPrintedWarningId(manager_, "Foo:bar");
+  EXPECT_STREQ(ktGetLastPrintedWarningId(manager_, &out), "Foo:bar");
+  EXPECT_STREQ(out, "Foo:bar");
+  ktSetLastPrintedWarningId(manager_, std::string("X:y"));
+  ktGetLastPrintedWarningId(manager_, id);
+  EXPECT_EQ(id, "X:y");
+  EXPECT_THROW(ktSetLastPrintedWarningId(manager_, static_cast<const char*>(nullptr)),
+               std::logic_error);
 }
 
-TEST_F(WarningManagerTest, CatalogueFormBuildsTheIdentifier) {
-  ktLogWarning(manager_, boost::none, resource_core::BaseMsgID("ZENTRA:legacy_two_part", "x"),
-               true);
-  std::string id;
-  cx::ustring message;
-  ktGetLastWarningMsg(manager_, id, message);
-  EXPECT_EQ(id, "ZENTRA:x") << "the two-part legacy component is shortened";
-
-  ktLogWarning(manager_, boost::none, resource_core::BaseMsgID("Comp", "mnem"), true);
-  ktGetLastWarningMsg(manager_, id, message);
-  EXPECT_EQ(id, "Comp:mnem");
-  ktLogWarning(manager_, std::string("Given:id"), resource_core::BaseMsgID("Comp", "mnem"), true);
-  ktGetLastWarningMsg(manager_, id, message);
-  EXPECT_EQ(id, "Given:id");
-}
-
-namespace {
-class MockWarningLog : public ktWarningLog {
-public:
-  MOCK_METHOD(void, logWarning,
-              (ktWarningManagerContext*, const std::string&, const cx::ustring&, va_list*,
-               const cx::ustring&, bool),
-              (override));
-  MOCK_METHOD(void, logWarning,
-              (ktWarningManagerContext*, const boost::optional<std::string>&,
-               const resource_core::BaseMsgID&, bool),
-              (override));
-};
-}  // namespace
 
 TEST_F(WarningManagerTest, AWarningLogTakesOverBothForms) {
   MockWarningLog log;
+  EXPECT_EQ(ktGetWarningLog(manager_), nullptr);
   ktSetWarningLog(manager_, &log);
   EXPECT_EQ(ktGetWarningLog(manager_), &log);
   int callbacks = 0;
@@ -214,35 +204,8 @@ TEST_F(WarningManagerTest, AWarningLogTakesOverBothForms) {
   ktSetWarningLog(manager_, nullptr);  // not deleted by the manager
 }
 
-TEST_F(WarningManagerTest, CallbackSwapReturnsThePrevious) {
-  EXPECT_FALSE(ktSetWarningCallbackFcn(manager_, [] {}));
-  int which = 0;
-  ktSetWarningCallbackFcn(manager_, [&] { which = 1; });
-  auto previous = ktSetWarningCallbackFcn(manager_, [&] { which = 2; });
-  previous();
-  EXPECT_EQ(which, 1);
-  ktCallRegisteredWarningCallback(manager_);
-  EXPECT_EQ(which, 2);
-}
-
-TEST_F(WarningManagerTest, LastPrintedIdentifierForms) {
-  ktSetLastPrintedWarningId(manager_, "Foo:bar");
-  const char* out = nullptr;
-  EXPECT_STREQ(ktGetLastPrintedWarningId(manager_, &out), "Foo:bar");
-  EXPECT_STREQ(out, "Foo:bar");
-  std::string s;
-  ktSetLastPrintedWarningId(manager_, std::string("X:y"));
-  ktGetLastPrintedWarningId(manager_, s);
-  EXPECT_EQ(s, "X:y");
-  EXPECT_THROW(ktSetLastPrintedWarningId(manager_, static_cast<const char*>(nullptr)),
-               std::logic_error);
-}
-
 TEST(WarningIdentifier, Validity) {
-  struct Case {
-    const char* text;
-    bool valid;
-  } cases[] = {{"a:b", true},   {"a", false},      {"a:", false},       {":a:b", false},
+  struct Case { const char* text; bool valid; } cases[] = {{"a:b", true},   {"a", false},      {"a:", false},       {":a:b", false},
                {"1a:b", false}, {"a_1:b2", true},  {"a::b", false},     {"", false},
                {"A:b:C", true}, {"a:_b", false},   {"a:b-c", false},    {"a:b\xc3\xa9", false},
                {"Ab9_:Z", true}, {"a:b ", false}};

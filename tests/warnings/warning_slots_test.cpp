@@ -15,14 +15,10 @@
 namespace {
 
 // Enters a new context for the guard's lifetime, on this thread.
-class EnteredContext {
-public:
-  EnteredContext() : vm(ktNewVmContext()) { ktEnterVmContext(vm); }
-  ~EnteredContext() {
-    ktLeaveVmContext();
-    ktDeleteVmContext(vm);
-  }
-  kt_vm_context* vm;
+struct EnteredContext {
+  kt_vm_context* vm = ktNewVmContext();
+  EnteredContext() { ktEnterVmContext(vm); }
+  ~EnteredContext() { ktLeaveVmContext(); ktDeleteVmContext(vm); }
 };
 
 struct NullLog : ktWarningLog {
@@ -32,38 +28,11 @@ struct NullLog : ktWarningLog {
                   const resource_core::BaseMsgID&, bool) override {}
 };
 
-int gMade = 0;
-int gDestroyed = 0;
-ktWarningLog* MakeLog() {
-  ++gMade;
-  return new NullLog;
-}
-void DestroyLog(ktWarningLog* log) {
-  ++gDestroyed;
-  delete log;
-}
+int gMade = 0, gDestroyed = 0;
+ktWarningLog* MakeLog() { ++gMade; return new NullLog; }
+void DestroyLog(ktWarningLog* log) { ++gDestroyed; delete log; }
 
 }  // namespace
-
-TEST(WarningSlots, CurrentManagerIsPerProductContext) {
-  kttest::Contexts contexts;
-  ktWarningManagerContext* a = ktNewWarningManager(&contexts.memory);
-  ktWarningManagerContext* b = ktNewWarningManager(&contexts.memory);
-
-  ktSetWarningManagerContext(a);
-  EXPECT_EQ(ktGetWarningManagerContext(), a);
-  EXPECT_EQ(ktGetWarningManagerContextSafe(), nullptr) << "no virtual-machine context active";
-  {
-    EnteredContext entered;
-    EXPECT_EQ(ktGetWarningManagerContext(), nullptr) << "a new context has no manager yet";
-    ktSetWarningManagerContext(b);
-    EXPECT_EQ(ktGetWarningManagerContextSafe(), b);
-  }
-  EXPECT_EQ(ktGetWarningManagerContext(), a);
-  ktSetWarningManagerContext(nullptr);
-  ktDeleteWarningManager(a);
-  ktDeleteWarningManager(b);
-}
 
 TEST(WarningSlots, LogFactoryAndDestroyApplyOnlyInsideAContext) {
   kttest::Contexts contexts;
@@ -99,11 +68,22 @@ TEST(WarningSlots, LogFactoryAndDestroyApplyOnlyInsideAContext) {
   ktDeleteWarningManager(defaulted);
 }
 
-TEST(WarningSlots, ConcurrentReadersSeeOldOrNewManager) {
+// The current manager is per product context; readers on other threads
+// see the old or the new one while it changes.
+TEST(WarningSlots, CurrentManagerIsPerContextAndConcurrentReadersSeeOldOrNew) {
   kttest::Contexts contexts;
   ktWarningManagerContext* a = ktNewWarningManager(&contexts.memory);
   ktWarningManagerContext* b = ktNewWarningManager(&contexts.memory);
   ktSetWarningManagerContext(a);
+  EXPECT_EQ(ktGetWarningManagerContext(), a);
+  EXPECT_EQ(ktGetWarningManagerContextSafe(), nullptr) << "no virtual-machine context active";
+  {
+    EnteredContext entered;
+    EXPECT_EQ(ktGetWarningManagerContext(), nullptr) << "a new context has no manager yet";
+    ktSetWarningManagerContext(b);
+    EXPECT_EQ(ktGetWarningManagerContextSafe(), b);
+  }
+  EXPECT_EQ(ktGetWarningManagerContext(), a);
   std::atomic<bool> stop{false};
   std::atomic<int> bad{0};
   std::vector<std::thread> readers;
@@ -114,8 +94,7 @@ TEST(WarningSlots, ConcurrentReadersSeeOldOrNewManager) {
         if (m != a && m != b) ++bad;
       }
     });
-  for (int i = 0; i < 20000; ++i)
-    ktSetWarningManagerContext(i % 2 ? a : b);
+  for (int i = 0; i < 20000; ++i) ktSetWarningManagerContext(i % 2 ? a : b);
   stop = true;
   for (auto& t : readers) t.join();
   EXPECT_EQ(bad, 0);
