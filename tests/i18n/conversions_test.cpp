@@ -29,10 +29,10 @@ int Len(const std::u16string& s) { return static_cast<int>(s.size()); }
 
 // Random repertoire text, 0 to 3000 characters (short, around the inline
 // buffers, and beyond the 1024-unit first buffer), both ways: the bytes
-// equal ICU's and decode back to the text. Results with zero bytes
+// equal ICU's and iconv's, and decode back to the text. Results with zero bytes
 // (UTF-16, UTF-32) cannot come back NUL-terminated and go through the
 // bounded forms only.
-TEST(Conversions, RoundTripsAgreeWithIcu) {
+TEST(Conversions, RoundTripsAgreeWithIcuAndIconv) {
   std::mt19937 rng(7);
   for (const char* e : peers::kEncodings) {
     SCOPED_TRACE(e);
@@ -41,7 +41,9 @@ TEST(Conversions, RoundTripsAgreeWithIcu) {
     for (int round = 0; round < 12; ++round) {
       size_t chars = rng() % (round < 4 ? 40 : round < 8 ? 400 : 3000);
       std::u16string text = peers::RandomText(e, chars, rng);
-      std::string bytes = peers::IcuFromUtf16(icu.get(), text);
+      std::string bytes = peers::IcuFromUtf16(icu.get(), text), theirs;
+      ASSERT_TRUE(peers::Iconv("UTF-16LE", e, peers::AsBytes(text), &theirs));
+      ASSERT_EQ(bytes, theirs);
       ASSERT_EQ(peers::IcuToUtf16(icu.get(), bytes), text);
       ASSERT_EQ(Take(enc_to_utf16(e, bytes.data(), Len(bytes))), text);
       if (zeroBytes) continue;

@@ -1,9 +1,10 @@
 // Peers for the encoding tests: ICU called directly on a converter of the
-// test's own, and random text drawn from what ICU round-trips in an
-// encoding.
+// test's own, glibc's iconv, and random text drawn from what both agree an
+// encoding can hold.
 #ifndef KT_TESTS_I18N_ENCODING_PEERS_H
 #define KT_TESTS_I18N_ENCODING_PEERS_H
 
+#include <iconv.h>
 #include <unicode/ucnv.h>
 #include <unicode/utf16.h>
 
@@ -44,13 +45,34 @@ inline std::string IcuFromUtf16(UConverter* c, const std::u16string& text) {
   return out;
 }
 
+// glibc's iconv (which takes the ICU names above too); false when it
+// refuses the input.
+inline bool Iconv(const char* from, const char* to, const std::string& in, std::string* out) {
+  iconv_t cd = iconv_open(to, from);
+  out->assign(in.size() * 4 + 16, '\0');
+  char* src = const_cast<char*>(in.data());
+  size_t srcLeft = in.size();
+  char* dst = &(*out)[0];
+  size_t dstLeft = out->size();
+  bool ok = cd != reinterpret_cast<iconv_t>(-1) &&
+            iconv(cd, &src, &srcLeft, &dst, &dstLeft) != static_cast<size_t>(-1) &&
+            iconv(cd, nullptr, nullptr, &dst, &dstLeft) != static_cast<size_t>(-1);
+  if (cd != reinterpret_cast<iconv_t>(-1)) iconv_close(cd);
+  out->resize(out->size() - dstLeft);
+  return ok;
+}
+
+inline std::string AsBytes(const std::u16string& text) {  // UTF-16LE
+  return std::string(reinterpret_cast<const char*>(text.data()), text.size() * 2);
+}
+
 inline void Append(std::u16string* text, char32_t c) {
   if (c > 0xFFFF) *text += static_cast<char16_t>(U16_LEAD(c));
   *text += static_cast<char16_t>(c > 0xFFFF ? U16_TRAIL(c) : c);
 }
 
-// Code points from every plane that ICU round-trips through the encoding.
-// (Not thread-safe.)
+// Code points from every plane that the encoding holds: ICU round-trips
+// them, and iconv encodes and decodes them as ICU does. (Not thread-safe.)
 inline const std::vector<char32_t>& Repertoire(const char* encoding) {
   static std::map<std::string, std::vector<char32_t>> cache;
   std::vector<char32_t>& keep = cache[encoding];
@@ -64,7 +86,10 @@ inline const std::vector<char32_t>& Repertoire(const char* encoding) {
     for (char32_t cp = range[0]; cp <= range[1]; cp += range[2]) {
       std::u16string one;
       Append(&one, cp);
-      if (IcuToUtf16(c.get(), IcuFromUtf16(c.get(), one)) == one) keep.push_back(cp);
+      std::string ours = IcuFromUtf16(c.get(), one), theirs, back;
+      if (IcuToUtf16(c.get(), ours) == one && Iconv("UTF-16LE", encoding, AsBytes(one), &theirs) &&
+          theirs == ours && Iconv(encoding, "UTF-16LE", ours, &back) && back == AsBytes(one))
+        keep.push_back(cp);
     }
   return keep;
 }
