@@ -42,19 +42,7 @@
 #include <stdint.h>
 
 #include "kt/export.h"
-
-/*
- * One UTF-16 code unit: the same type as ICU's UChar (char16_t in C++,
- * a 16-bit unsigned integer in C), so ICU strings pass without casts.
- */
-#ifndef KT_UTF16_DEFINED
-#define KT_UTF16_DEFINED
-#ifdef __cplusplus
-typedef char16_t kt_utf16;
-#else
-typedef uint16_t kt_utf16;
-#endif
-#endif
+#include "kt/utf16.h"
 
 KT_EXTERN_C_BEGIN
 

@@ -58,18 +58,8 @@
 #ifndef KT_LOADING_H
 #define KT_LOADING_H
 
-#include <stdint.h>
-
 #include "kt/export.h"
-
-#ifndef KT_UTF16_DEFINED
-#define KT_UTF16_DEFINED
-#ifdef __cplusplus
-typedef char16_t kt_utf16;
-#else
-typedef uint16_t kt_utf16;
-#endif
-#endif
+#include "kt/utf16.h"
 
 KT_EXTERN_C_BEGIN
 
