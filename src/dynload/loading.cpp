@@ -71,17 +71,22 @@ cx::ustring FailedLoadBugText(const cx::ustring& firstText) {
   return text;
 }
 
-// Steps 5-8 of a failed load: record the loader's text, then ask the loader
-// whether it kept the object anyway.
-void HandleFailedLoad(const CallTrace& trace, const char* loaderPath, int mode,
-                      int* errorStatus, LastLibraryError* record) {
-  const char* message = dlerror();
+// The loader's text after a call: traced when there is one, then stored
+// in the thread's record (a null text resets it, so a success reads as 0).
+void RecordLoaderText(const CallTrace& trace, const char* message, LastLibraryError* record) {
   if (message != nullptr) {
     if (auto r = trace.Open(kTraceLoaderText, __LINE__)) r.stream() << "dlerror() : " << message;
   }
   if (record != nullptr) record->Record(1, message);
-  SetStatus(errorStatus, 1);
   trace.RecordState(record, __LINE__);
+}
+
+// Steps 5-8 of a failed load: record the loader's text, then ask the loader
+// whether it kept the object anyway.
+void HandleFailedLoad(const CallTrace& trace, const char* loaderPath, int mode,
+                      int* errorStatus, LastLibraryError* record) {
+  RecordLoaderText(trace, dlerror(), record);
+  SetStatus(errorStatus, 1);
   if (auto r = trace.Open(kTraceRetry, __LINE__)) r.stream() << "First load attempt failed";
   if (auto r = trace.Open(kTraceRetry, __LINE__))
     r.stream() << "Attempting second load with RTLD_NOLOAD";
@@ -273,12 +278,7 @@ void* ktFindSymbolInLibrary(void* handle, const char* name) {
   void* result = dlsym(handle, name);
   // A successful dlsym leaves dlerror() null, and recording a null text
   // resets: after success the record says 0.
-  const char* message = dlerror();
-  if (message != nullptr) {
-    if (auto r = trace.Open(kTraceLoaderText, __LINE__)) r.stream() << "dlerror() : " << message;
-  }
-  if (record != nullptr) record->Record(1, message);
-  trace.RecordState(record, __LINE__);
+  RecordLoaderText(trace, dlerror(), record);
   trace.Result("result", result, __LINE__);
   return result;
 }
@@ -289,14 +289,7 @@ int ktUnloadLibrary(void* handle) {
   LastLibraryError* record = ThreadLastError();
   if (record != nullptr) record->Reset();
   int result = dlclose(handle);
-  if (result != 0) {
-    const char* message = dlerror();
-    if (message != nullptr) {
-      if (auto r = trace.Open(kTraceLoaderText, __LINE__)) r.stream() << "dlerror() : " << message;
-    }
-    if (record != nullptr) record->Record(1, message);
-    trace.RecordState(record, __LINE__);
-  }
+  if (result != 0) RecordLoaderText(trace, dlerror(), record);
   trace.Result("result", result, __LINE__);
   return result;
 }
