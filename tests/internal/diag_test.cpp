@@ -2,42 +2,19 @@
 // record format, filtering by flag, concurrent writers, and the fatal paths.
 #include "internal/diag.h"
 
-#include <unistd.h>
-
 #include <atomic>
 #include <cstdlib>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "support/diag_sink.h"
+
 using namespace kt::internal::diag;
 
 namespace {
-
-// Sends records to a fresh file for the test's lifetime.
-class SinkFile {
-public:
-  SinkFile() : path_(::testing::TempDir() + "diag_" + std::to_string(getpid()) + ".log") {
-    std::remove(path_.c_str());
-    EXPECT_TRUE(SetSinkFile(path_));
-  }
-  ~SinkFile() {
-    SetSinkFile("");
-    std::remove(path_.c_str());
-  }
-  std::vector<std::string> Lines() const {
-    std::ifstream in(path_);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
-  }
-
-private:
-  std::string path_;
-};
 
 int gEvaluated = 0;
 int Costly() { return ++gEvaluated; }
@@ -71,7 +48,7 @@ TEST(Diag, ConfigurationTable) {
 }
 
 TEST(Diag, OnlyFlagsInTheMaskAreWrittenAndDisabledRecordsAreNotFormatted) {
-  SinkFile sink;
+  kttest::DiagSink sink;
   Channel& channel = GetChannel("diag_test::mask");
   EXPECT_EQ(&GetChannel("diag_test::mask"), &channel) << "one channel per name";
   channel.SetMask(0x6);
@@ -90,7 +67,7 @@ TEST(Diag, OnlyFlagsInTheMaskAreWrittenAndDisabledRecordsAreNotFormatted) {
 }
 
 TEST(Diag, ConcurrentWritersWriteWholeLines) {
-  SinkFile sink;
+  kttest::DiagSink sink;
   Channel& channel = GetChannel("diag_test::threads");
   channel.SetMask(kAllFlags);
   std::atomic<bool> stop{false};

@@ -11,7 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include "dynload/diag_sink.h"
+#include "support/diag_sink.h"
 #include "dynload/dynload.h"
 #include "dynload/dynload_support.h"
 #include "dynload/library_info.h"

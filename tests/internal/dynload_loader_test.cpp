@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "dynload/diag_sink.h"
+#include "support/diag_sink.h"
 #include "dynload/dynload.h"
 #include "dynload/dynload_support.h"
 #include "internal/message_catalog.h"
